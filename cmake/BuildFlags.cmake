@@ -1,0 +1,32 @@
+# Flags every target of the project shares, as targets to link rather than global settings.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+# "address,undefined" or "thread"
+set(ZEM_SANITIZE "" CACHE STRING "Sanitizers to build with, as the compiler's -fsanitize takes them")
+
+add_library(zem_build_flags INTERFACE)
+target_compile_options(
+    zem_build_flags
+    INTERFACE -Wall
+              -Wextra
+              -Wpedantic
+              -Wshadow
+              -Wconversion
+              -Wnon-virtual-dtor
+              -Woverloaded-virtual
+              -Wformat=2
+              -Werror
+              $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+if(ZEM_SANITIZE)
+    target_compile_options(zem_build_flags INTERFACE -fsanitize=${ZEM_SANITIZE} -fno-sanitize-recover=all
+                                                     -fno-omit-frame-pointer)
+    target_link_options(zem_build_flags INTERFACE -fsanitize=${ZEM_SANITIZE})
+endif()
