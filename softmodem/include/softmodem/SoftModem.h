@@ -1,0 +1,171 @@
+// SoftModem: a modem in software, for development hosts.
+//
+// libsoftmodem.so exports the symbols of the ZAP client library, the WDS service and the diagnostic
+// channel, so that libzem.so runs in front of it as it runs in front of the device's own. This
+// header is the other side: what an engineer, a tool or a test does to the modem.
+//
+// One modem per process, made on first use and never destroyed, so that clients may be released at
+// exit. All operations may be called from any thread; none is called back into. A modem begins up,
+// with empty stores and subscription 0 to 15.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace softmodem {
+
+// As on the wire.
+enum class Tech : uint32_t { k3gpp = 0, k3gpp2 = 1 };
+enum class Event : uint32_t { kCreate = 1, kDelete, kModify, kSubscriptionChange, kProfileReady };
+
+// The fields of a profile by name ("apn_name", "pdp_type"), with the values that stand on the wire.
+// fieldNames() lists them; a name that is not in it, or a text where a number belongs, is refused.
+using Value = std::variant<uint64_t, std::string>;
+using Fields = std::map<std::string, Value, std::less<>>;
+
+std::vector<std::string> fieldNames(Tech tech);
+
+struct Profile {
+    Tech tech = Tech::k3gpp;
+    unsigned index = 0;
+    Fields fields;
+};
+
+// What goes wrong with a request, or with the indications that follow it.
+enum class FaultKind {
+    kRefuse,   // answered with a result and an error code
+    kTimeOut,  // no answer; the send fails after the caller's time-out, at once when asked to hurry
+    kSendError,       // the send itself fails, though the response is filled as if it had succeeded
+    kLoseIndication,  // carried out, its indications are not sent
+    kRepeatIndication,       // each sent twice
+    kDelayIndication,        // kept back until releaseIndications()
+    kReorderIndications,     // sent in reverse order
+    kUndecodableIndication,  // bytes that the decode function refuses
+    kEmptyIndication,        // length 0
+    kInvalidIndication,      // decodes, but its field is not marked valid
+    kUnterminatedStrings,    // response strings filled to capacity, no end
+    kUnknownEnums,           // response enumerations hold values that nobody defined
+    kListCount,              // the list response claims `value` entries, whatever it holds
+    kGoDown,                 // the modem goes down instead of answering
+};
+
+// Applies to `count` requests of that message id, after `skip` others; then it is used up.
+struct Fault {
+    FaultKind kind;
+    unsigned messageId = 0;  // 0: any message
+    unsigned count = 1;
+    unsigned skip = 0;
+    uint32_t value = 0;  // kRefuse: the error code (0: a general one); kListCount: the count
+};
+
+// One request as the modem got it.
+struct Request {
+    unsigned messageId = 0;
+    std::string name;  // "create profile"
+    unsigned subscription = 0;
+    std::vector<uint8_t> bytes;      // as sent
+    int sendResult = 0;              // what the send call returned
+    uint32_t result = 0, error = 0;  // as answered
+};
+
+struct Counters {
+    std::map<unsigned, unsigned> requests;  // by message id
+    unsigned requestsTotal = 0;
+    unsigned indicationsSent = 0;
+    unsigned openClients = 0, openNotifiers = 0;
+    unsigned badHandles = 0;  // calls with a null or released handle
+    bool diagOpen = false;
+};
+
+// One line that came through the diagnostic channel.
+struct DiagLine {
+    unsigned line, subsystem, mask;
+    std::string file, text;
+};
+
+class SoftModem {
+  public:
+    static SoftModem& instance();
+
+    // Back to the beginning: up, empty stores, no faults, counters and logs. Open handles stay open
+    // and must register anew; meant for use between two engines.
+    void reset();
+
+    // --- Power ---
+    // Down: clients get their error callback, requests fail. Up: profiles without the persistent
+    // flag are gone, notifiers are called, and clients that register get ProfileReady.
+    void goDown();
+    void comeUp();
+    void restart();  // down and up
+    bool isUp() const;
+
+    // Swaps the stores of two subscriptions, as a user does who swaps SIM cards, and sends
+    // SubscriptionChange to the clients bound to either.
+    void swapSubscriptions(unsigned a, unsigned b);
+
+    // --- The stores, behind the library's back ---
+    // Changes are indicated like any other. Subscription 0 unless said otherwise.
+    // An unnamed index is the lowest free one; empty when the store is full or the index is taken.
+    std::optional<unsigned> createProfile(const Profile& profile, unsigned subscription = 0);
+    std::optional<unsigned> createProfileAt(const Profile& profile, unsigned subscription = 0);
+    bool modifyProfile(const Profile& changes, unsigned subscription = 0);
+    bool deleteProfile(Tech tech, unsigned index, unsigned subscription = 0);
+    std::vector<Profile> profiles(unsigned subscription = 0) const;  // 3GPP first, by index
+    std::optional<Profile> profile(Tech tech, unsigned index, unsigned subscription = 0) const;
+
+    // Sends an indication as it stands, to the clients that want it; 0 and unknown events too.
+    void indicate(uint32_t tech, unsigned index, uint32_t event, unsigned subscription = 0);
+    // Sends raw bytes under any message id to every client.
+    void indicateRaw(unsigned messageId, const std::vector<uint8_t>& bytes);
+
+    // --- Faults and time ---
+    void addFault(const Fault& fault);
+    void clearFaults();
+    void releaseIndications();                              // those delayed, in order
+    void setHurry(bool hurry);                              // time-outs fail at once; default off
+    void setLatency(std::chrono::microseconds perRequest);  // default none
+    // Called on the requesting thread before a request is looked at; empty: none. It may call this
+    // modem.
+    void setRequestHook(std::function<void(const Request&)> hook);
+
+    // Waits until every indication and callback that was due has been delivered and has returned.
+    // False when the limit passes first.
+    bool waitUntilIdle(std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+    // --- What it was asked ---
+    Counters counters() const;
+    std::vector<Request> requests() const;  // oldest first, the newest 4096
+    void clearRequests();                   // counters and requests
+    std::vector<DiagLine> diagLines() const;
+
+    // --- Files ---
+    // A text that a person can read and edit. save() replaces the file atomically. Both throw
+    // std::runtime_error; load()'s message begins "FILE:LINE: " where a line is at fault, and a
+    // file that is refused changes nothing. A loaded store is announced by ProfileReady.
+    void save(const std::string& path) const;
+    void load(const std::string& path);
+
+  private:
+    SoftModem();
+    ~SoftModem() = delete;
+
+    struct Impl;
+    Impl* impl;
+};
+
+// The request field by field, one "name=value" per line; only fields that are marked valid.
+std::vector<std::string> describe(const Request& request);
+
+// "apn_name=internet" and so on, in table order, for a stored profile.
+std::vector<std::string> describe(const Profile& profile);
+
+// "0x0027" -> "create profile"; an unknown id gives its number.
+std::string messageName(unsigned messageId);
+
+}  // namespace softmodem
