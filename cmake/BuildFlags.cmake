@@ -20,13 +20,13 @@ target_compile_options(
               -Wpedantic
               -Wshadow
               -Wconversion
-              -Wnon-virtual-dtor
-              -Woverloaded-virtual
               -Wformat=2
               -Werror
-              $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+              $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+              $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+              $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
 if(ZEM_SANITIZE)
     target_compile_options(zem_build_flags INTERFACE -fsanitize=${ZEM_SANITIZE} -fno-sanitize-recover=all
-                                                     -fno-omit-frame-pointer)
+                                                     -fno-omit-frame-pointer -O1)
     target_link_options(zem_build_flags INTERFACE -fsanitize=${ZEM_SANITIZE})
 endif()
