@@ -1,0 +1,173 @@
+#include "ModemProfile.h"
+
+#include <cstdlib>
+
+#include "DumpText.h"
+#include "LogWrapper.h"
+#include "ProfileConversions.h"
+#include "SettingRules.h"
+
+namespace zem {
+
+bool expired(const ExpirationListener& listener) {
+    return listener.second.expired();
+}
+
+ModemProfile::ModemProfile(TechType techType, const ProfileParams& params)
+    : userName(params.userName),
+      password(params.password),
+      authType(params.authType),
+      apnClass(params.apnClass),
+      isClatEnabled(params.isClatEnabled),
+      techType(techType) {
+    if (params.apnName) apnName = convertToApnName(*params.apnName);
+    if (params.apnTypesMask) apnTypesMask = convertToZapApnTypeMask(*params.apnTypesMask);
+}
+
+ModemProfile::ModemProfile(TechType techType, int profileId,
+                           const wds_get_profile_settings_resp_msg_v01& response)
+    : techType(techType), profileId(profileId) {
+    take(response.apn_type_mask_valid, response.apn_type_mask, apnTypesMask);
+    take(response.clat_enabled_valid, response.clat_enabled, isClatEnabled);
+    isPersistent = response.persistent_valid && response.persistent;
+}
+
+ModemProfile::~ModemProfile() noexcept(false) {
+    ZEM_LOG(LOG_DEBUG, "~ModemProfile()");
+    for (const auto& listener : listeners) {
+        if (expired(listener)) continue;
+        ZEM_LOG(LOG_DEBUG, "invoke callback");
+        listener.first();
+    }
+}
+
+bool ModemProfile::match(const FilterProfileParams& params) const {
+    if (params.filterByTechType && *params.filterByTechType != techType) return false;
+    if (params.apnName) {
+        if (!apnName) return false;
+        const std::string asked = convertToApnName(*params.apnName);
+        const bool found = (params.filterMatchCriteria & MATCH_APN_NAME_SUBSET)
+                               ? apnName->find(asked) != std::string::npos
+                               : *apnName == asked;
+        if (!found) return false;
+    }
+    if (!agrees(params.userName, userName)) return false;
+    if (!agrees(params.password, password)) return false;
+    if (!agrees(params.authType, authType)) return false;
+    if (params.apnTypesMask) {
+        if (!apnTypesMask) return false;
+        const bool found = (params.filterMatchCriteria & MATCH_APN_TYPES_SUBSET)
+                               ? matchSubsetApnTypesMask(*params.apnTypesMask)
+                               : matchExactApnTypesMask(*params.apnTypesMask);
+        if (!found) return false;
+    }
+    if (!agrees(params.apnClass, apnClass)) return false;
+    if (!agrees(params.isClatEnabled, isClatEnabled)) return false;
+    return !params.filterByProfileId || *params.filterByProfileId == profileId;
+}
+
+bool ModemProfile::matchIPType(IPType held, IPType asked, bool subset, bool superset) {
+    const auto profileSet = static_cast<uint32_t>(held);
+    const auto filterSet = static_cast<uint32_t>(asked);
+    return (subset && (filterSet & profileSet) == filterSet) ||
+           (superset && (profileSet & ~filterSet) == 0) || held == asked;
+}
+
+bool ModemProfile::matchSubsetApnTypesMask(unsigned int apnTypes) const {
+    const uint64_t asked = convertToZapApnTypeMask(apnTypes);
+    return (asked & getApnTypesMask()) == asked;
+}
+
+bool ModemProfile::matchExactApnTypesMask(unsigned int apnTypes) const {
+    return getApnTypesMask() == convertToZapApnTypeMask(apnTypes);
+}
+
+void ModemProfile::apply(const std::shared_ptr<ModemProfile>& other) {
+    if (!other) return;
+    if (other->apnName) apnName = convertToApnName(*other->apnName);
+    copyPresent(other->userName, userName);
+    copyPresent(other->password, password);
+    copyPresent(other->authType, authType);
+    copyPresent(other->commonIPType, commonIPType);
+    copyPresent(other->apnTypesMask, apnTypesMask);
+    copyPresent(other->apnClass, apnClass);
+    copyPresent(other->isClatEnabled, isClatEnabled);
+}
+
+void ModemProfile::updateDiffParameters(const ModifyProfileParams& params, ProfileParams& delta,
+                                        bool& changed) const {
+    if (params.apnName && convertToApnName(*params.apnName) != apnName) {
+        delta.apnName = convertToLower(*params.apnName);
+        changed = true;
+    }
+    takeChange(params.userName, userName, delta.userName, changed);
+    takeChange(params.password, password, delta.password, changed);
+    takeChange(params.authType, authType, delta.authType, changed);
+    // Compared in the callers' layout, which does not have all of the modem's bits.
+    std::optional<unsigned int> held;
+    if (apnTypesMask) held = convertToCommonApnTypeMask(*apnTypesMask);
+    takeChange(params.apnTypesMask, held, delta.apnTypesMask, changed);
+    takeChange(params.apnClass, apnClass, delta.apnClass, changed);
+    takeChange(params.isClatEnabled, isClatEnabled, delta.isClatEnabled, changed);
+}
+
+void ModemProfile::updateGetParameters(FilterProfileParams& out) const {
+    copyPresent(apnName, out.apnName);
+    copyPresent(userName, out.userName);
+    copyPresent(password, out.password);
+    copyPresent(authType, out.authType);
+    if (apnTypesMask) out.setApnTypesMask(convertToCommonApnTypeMask(*apnTypesMask));
+    copyPresent(apnClass, out.apnClass);
+    copyPresent(isClatEnabled, out.isClatEnabled);
+}
+
+template <class Message>
+void ModemProfile::fillCommon(Message& message) const {
+    put(apnTypesMask, message.apn_type_mask_valid, message.apn_type_mask);
+    put(isClatEnabled, message.clat_enabled_valid, message.clat_enabled);
+}
+
+void ModemProfile::updateAddParameters(wds_create_profile_req_msg_v01& message) const {
+    fillCommon(message);
+    message.persistent_valid = 1;
+    message.persistent = isPersistent;
+}
+
+void ModemProfile::updateModifyParameters(wds_modify_profile_settings_req_msg_v01& message) const {
+    convertToProfileIdentifier(techType, profileId, message.profile);
+    fillCommon(message);
+}
+
+uint64_t ModemProfile::constructProfileIdentifier() const {
+    return convertToProfileIdentifier(techType, profileId);
+}
+
+void ModemProfile::registerExpirationListener(std::function<void()> callback,
+                                              std::weak_ptr<IProfileKey> key) {
+    listeners.emplace_back(std::move(callback), std::move(key));
+}
+
+void ModemProfile::clearExpiredListeners() {
+    listeners.remove_if(expired);
+}
+
+void ModemProfile::addToRefCount(int change) {
+    if (__builtin_add_overflow(refCount, change, &refCount)) abort();
+}
+
+std::string ModemProfile::dump() const {
+    std::string text;
+    appendItem(text, "TechType=", nameOf(techType));
+    appendItem(text, "ProfileId=", std::to_string(profileId));
+    if (apnName) appendItem(text, "ApnName=", *apnName);
+    if (userName) appendItem(text, "UserName=", *userName);
+    if (password) appendItem(text, "Password=", *password);
+    if (authType) appendItem(text, "AuthType=", nameOf(*authType));
+    if (commonIPType) appendItem(text, "CommonIPType=", nameOf(*commonIPType));
+    if (apnTypesMask) appendItem(text, "ApnTypesMask=", std::to_string(*apnTypesMask));
+    if (apnClass) appendItem(text, "ApnClass=", nameOf(*apnClass));
+    if (isClatEnabled) appendItem(text, "IsClatEnabled=", *isClatEnabled ? "1" : "0");
+    return text;
+}
+
+}  // namespace zem
