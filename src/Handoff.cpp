@@ -1,0 +1,58 @@
+#include "Handoff.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "LogWrapper.h"
+
+namespace zem {
+
+int Handoff::open() {
+    const MutexLock lock(mutex);
+    requestFd = EventFd::create();
+    return requestFd.get();
+}
+
+void Handoff::close() {
+    const MutexLock lock(mutex);
+    requestFd =
+        EventFd();  // a late caller's write fails instead of reaching a stranger's descriptor
+    closed = true;
+    answered.notify_all();
+}
+
+std::shared_ptr<ClientResponse> Handoff::call(const std::shared_ptr<ClientRequest>& request) {
+    if (engineThread.load() == std::this_thread::get_id()) {
+        ZEM_LOG(LOG_ERROR, "request refused on the engine thread: %s", request->dump().c_str());
+        return nullptr;
+    }
+    // Outlives the lock: the request may own the last reference to a key, whose end is a call.
+    std::shared_ptr<ClientRequest> abandoned;
+    MutexLock lock(mutex);
+    const ssize_t written = requestFd.signal();
+    if (written != sizeof(uint64_t)) {
+        ZEM_LOG(LOG_ERROR, "error in writing rv: %d error: %s", static_cast<int>(written),
+                strerror(errno));
+        return nullptr;
+    }
+    requestSlot = request;  // a copy: the last reference must not be the engine's to drop
+    while (!responseSlot && !closed) lock.wait(answered);
+    if (closed) abandoned = std::move(requestSlot);
+    return std::move(responseSlot);
+}
+
+void Handoff::answer(const Dispatch& dispatch) {
+    // Taken first and held to the end: whatever the dispatch copies of the caller's keys must be
+    // gone before the caller can wake and drop its own, or the last reference would die on this
+    // thread.
+    const MutexLock lock(mutex);
+    if (requestSlot) {
+        ZEM_LOG(LOG_INFO, "Handling %s", requestSlot->dump().c_str());
+        if (auto response = dispatch(*requestSlot)) responseSlot = std::move(response);
+        requestSlot = nullptr;
+    }
+    answered.notify_one();
+}
+
+}  // namespace zem

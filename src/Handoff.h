@@ -1,0 +1,53 @@
+// Handoff: the one slot each way through which callers' threads and the engine meet.
+//
+// Shared by the engine and by every key that it hands out, so that a key may outlive its engine:
+// once the hand-off is closed, calls return null at once.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <thread>
+
+#include <zem/Mutex.h>
+
+#include "ClientRequest.h"
+#include "ClientResponse.h"
+#include "EventFd.h"
+
+namespace zem {
+
+class Handoff {
+  public:
+    // Creates the descriptor that tells the engine of a request, and returns it to be watched.
+    int open();
+
+    // Ends all waiting calls and refuses later ones. Any thread.
+    void close();
+
+    // The calling thread is the engine from here until leaveEngine(); its own calls are refused.
+    void enterEngine() { engineThread = std::this_thread::get_id(); }
+    void leaveEngine() { engineThread = std::thread::id(); }
+
+    // Caller's thread: hands the request over and blocks until there is an answer. Null when the
+    // engine could not be told, has gone, or is the caller itself. Calls must not overlap: a later
+    // request takes the place of an earlier one, and the first to wake takes the answer.
+    std::shared_ptr<ClientResponse> call(const std::shared_ptr<ClientRequest>& request);
+
+    // Engine thread: answers the waiting request, if any, with what dispatch returns. A null answer
+    // leaves the caller waiting.
+    using Dispatch = std::function<std::shared_ptr<ClientResponse>(const ClientRequest&)>;
+    void answer(const Dispatch& dispatch);
+
+  private:
+    Mutex mutex;
+    std::condition_variable answered;
+    std::shared_ptr<ClientRequest> requestSlot ZEM_GUARDED_BY(mutex);
+    std::shared_ptr<ClientResponse> responseSlot ZEM_GUARDED_BY(mutex);
+    EventFd requestFd ZEM_GUARDED_BY(mutex);
+    bool closed ZEM_GUARDED_BY(mutex) = false;
+    std::atomic<std::thread::id> engineThread{};
+};
+
+}  // namespace zem
