@@ -1,0 +1,46 @@
+// ModemAccess on a device: the modem is reached through the library alone.
+#include <thread>
+
+#include "ModemAccess.h"
+
+namespace zemctl {
+
+namespace {
+
+constexpr std::chrono::milliseconds kBetweenTries(100);
+
+}  // namespace
+
+struct ModemAccess::Impl {};
+
+ModemAccess::ModemAccess() = default;
+ModemAccess::~ModemAccess() = default;
+
+bool ModemAccess::inProcess() const {
+    return false;
+}
+
+// A device's modem always holds profiles of its own, so the first one seen tells that they are
+// read.
+bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (manager.filter({}).empty()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(kBetweenTries);
+    }
+    return true;
+}
+
+std::vector<StoredProfile> ModemAccess::profiles() const {
+    return {};
+}
+
+void ModemAccess::restart() {}
+
+unsigned ModemAccess::openHandles() const {
+    return 0;
+}
+
+}  // namespace zemctl

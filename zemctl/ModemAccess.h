@@ -1,0 +1,51 @@
+// ModemAccess: what the tool sees of the modem, and does to it, behind the library's back.
+//
+// Two implementations, chosen by the build: the software modem in this process, and a device's
+// modem, which can neither be looked into nor restarted from here. One thread; outlives the
+// Manager that it is given.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <zem/Manager.h>
+
+namespace zemctl {
+
+struct StoredProfile {
+    zem::TechType tech;
+    int index;
+    std::vector<std::pair<std::string, std::string>> fields;  // as the modem names and stores them
+};
+
+class ModemAccess {
+  public:
+    ModemAccess();
+    ~ModemAccess();
+    ModemAccess(const ModemAccess&) = delete;
+    ModemAccess& operator=(const ModemAccess&) = delete;
+
+    // Whether the operations below the next one reach the modem; else they do nothing and answer
+    // empty.
+    bool inProcess() const;
+
+    // Waits until the library has registered and read the modem's profiles, since the start or the
+    // last restart. False when the limit passes first.
+    bool waitForLibrary(zem::Manager& manager,
+                        std::chrono::milliseconds limit = std::chrono::seconds(10));
+
+    std::vector<StoredProfile> profiles() const;
+    void restart();
+
+    // Connections that the library holds to the modem.
+    unsigned openHandles() const;
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> impl;
+};
+
+}  // namespace zemctl

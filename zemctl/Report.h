@@ -1,0 +1,49 @@
+// Report: what a command prints: numbered steps, aligned tables, and checks that it counts.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace zemctl {
+
+class Table {
+  public:
+    explicit Table(std::vector<std::string> header);
+
+    // As many cells as the header has.
+    void row(std::vector<std::string> cells);
+    bool empty() const { return rows.size() == 1; }
+
+    void print(std::ostream& out, size_t indent) const;
+
+  private:
+    std::vector<std::vector<std::string>> rows;  // the header first
+};
+
+class Report {
+  public:
+    explicit Report(std::ostream& output) : out(output) {}
+
+    // Begins the next numbered step.
+    void step(const std::string& title);
+    void line(const std::string& text);
+    void table(const Table& table);
+
+    // A name and words after it, broken into lines that align behind the name.
+    void paragraph(const std::string& name, const std::vector<std::string>& words);
+
+    // States what was to be so, and counts it when it is not; details are printed then only.
+    bool check(bool ok, const std::string& statement, const std::vector<std::string>& details = {});
+
+    unsigned checksMade() const { return checks; }
+    unsigned checksFailed() const { return failures; }
+
+  private:
+    std::ostream& out;
+    unsigned steps = 0;
+    unsigned checks = 0;
+    unsigned failures = 0;
+};
+
+}  // namespace zemctl

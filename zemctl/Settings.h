@@ -1,0 +1,40 @@
+// Settings: one table of a profile's settings, for everything that prints or compares them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <zem/ProfileParams.h>
+
+namespace zemctl {
+
+struct Setting {
+    const char* name;
+    bool secret;  // never printed
+    // As the library compares it; empty when the setting is absent.
+    std::optional<std::string> (*text)(const zem::ProfileParams&);
+};
+
+extern const std::vector<Setting> kSettings;
+
+// What stands in place of a secret.
+inline constexpr const char* kMask = "********";
+
+// One text per setting in the table's order: equal for records that mean the same profile.
+std::vector<std::optional<std::string>> settingTexts(const zem::ProfileParams& params);
+
+// A line for each setting that is asked for and reads otherwise; empty when all agree.
+std::vector<std::string> differences(const zem::ProfileParams& asked,
+                                     const zem::ProfileParams& seen);
+
+std::string ipTypeName(zem::IPType value);
+std::string apnClassName(zem::ApnClass value);
+std::string techTypeName(zem::TechType value);
+std::string authTypeName(zem::AuthType value);
+std::string apnTypesText(unsigned int mask);  // "DEFAULT|MMS"
+
+// The bit of an APN type's name, in any case; empty when zem has no such type.
+std::optional<unsigned int> apnTypeFromName(std::string_view name);
+
+}  // namespace zemctl

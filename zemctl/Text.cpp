@@ -1,0 +1,108 @@
+#include "Text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+
+namespace zemctl {
+
+namespace {
+
+bool isContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+bool isWide(uint32_t codePoint) {
+    return (codePoint >= 0x1100 && codePoint <= 0x115F) ||
+           (codePoint >= 0x2E80 && codePoint <= 0xA4CF) ||
+           (codePoint >= 0xAC00 && codePoint <= 0xD7A3) ||
+           (codePoint >= 0xF900 && codePoint <= 0xFAFF) ||
+           (codePoint >= 0xFF00 && codePoint <= 0xFF60);
+}
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) {
+            result += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
+        } else {
+            result += c;
+        }
+    }
+    return result;
+}
+
+size_t columns(std::string_view text) {
+    size_t result = 0;
+    for (size_t i = 0; i < text.size();) {
+        const auto first = static_cast<unsigned char>(text[i++]);
+        uint32_t codePoint = first < 0xC0 ? first : first & (first < 0xE0 ? 0x1Fu : 0x0Fu);
+        while (i < text.size() && isContinuation(text[i])) {
+            codePoint = codePoint << 6 | (static_cast<unsigned char>(text[i++]) & 0x3Fu);
+        }
+        result += isWide(codePoint) ? 2 : 1;
+    }
+    return result;
+}
+
+std::string lowerCase(std::string_view text) {
+    std::string result(text);
+    for (char& c : result) {
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
+    return result;
+}
+
+std::string_view trimmed(std::string_view text) {
+    static const char kBlanks[] = " \t\r\n";
+    const size_t begin = text.find_first_not_of(kBlanks);
+    if (begin == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+    std::vector<std::string_view> parts;
+    for (;;) {
+        const size_t end = text.find(separator);
+        parts.push_back(text.substr(0, end));
+        if (end == std::string_view::npos) {
+            return parts;
+        }
+        text.remove_prefix(end + 1);
+    }
+}
+
+std::string join(const std::vector<std::string>& parts, std::string_view separator) {
+    std::string result;
+    for (const std::string& part : parts) {
+        if (!result.empty()) {
+            result += separator;
+        }
+        result += part;
+    }
+    return result;
+}
+
+std::string counted(size_t number, std::string_view one, std::string_view many) {
+    return std::to_string(number) + ' ' + std::string(number == 1 ? one : many);
+}
+
+std::optional<int> parseNumber(std::string_view text, int least, int most) {
+    int value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (text.empty() || error != std::errc() || stop != end || value < least || value > most) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+}  // namespace zemctl

@@ -1,0 +1,33 @@
+// Text: strings from files and command lines, made fit for a line on a terminal.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zemctl {
+
+// Control characters become \xNN, so that a value from a file cannot break a line or move the
+// cursor.
+std::string printable(std::string_view text);
+
+// Columns that UTF-8 text takes on a terminal; East Asian characters take two.
+size_t columns(std::string_view text);
+
+// ASCII letters only, as the library compares APN names.
+std::string lowerCase(std::string_view text);
+
+std::string_view trimmed(std::string_view text);
+std::vector<std::string_view> split(std::string_view text, char separator);
+
+// "a, b, c"
+std::string join(const std::vector<std::string>& parts, std::string_view separator);
+
+// "1 profile", "3 profiles"
+std::string counted(size_t number, std::string_view one, std::string_view many);
+
+// The whole text as a decimal number within the limits; empty for anything else.
+std::optional<int> parseNumber(std::string_view text, int least, int most);
+
+}  // namespace zemctl
