@@ -18,7 +18,8 @@ target_compile_options(
     INTERFACE -Wall
               -Wextra
               -Wpedantic
-              -Wshadow
+              # A constructor's parameter may have its member's name; g++ has no finer switch.
+              $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
               -Wconversion
               -Wformat=2
               -Werror
