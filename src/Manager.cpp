@@ -11,6 +11,22 @@
 #include "LogWrapper.h"
 
 namespace zem {
+namespace {
+
+// The answer to a request, or null. The caller owns the request until it has the answer, so that no
+// key in it can die on the engine thread.
+template <class Response, class Request>
+std::shared_ptr<Response> ask(ClientRequestManager& engine, const char* operation,
+                              const std::shared_ptr<Request>& request, const char* failure) {
+    ZEM_LOG(LOG_API, "Manager::%s > %s", operation, request->dump().c_str());
+    const auto response = engine.processClientRequest(request);
+    ZEM_LOG(LOG_API, "Manager::%s < %s", operation, response ? response->dump().c_str() : "");
+    auto answer = std::dynamic_pointer_cast<Response>(response);
+    if (!answer) ZEM_LOG(LOG_ERROR, "%s", failure);
+    return answer;
+}
+
+}  // namespace
 
 Manager& Manager::getInstance() {
     static Manager instance;
@@ -41,47 +57,35 @@ bool Manager::initialized() const {
     return engine != nullptr;
 }
 
-// The answer to a request, or null. The caller owns the request until it has the answer, so that no
-// key in it can die on the engine thread.
-template <class Response, class Request>
-std::shared_ptr<Response> Manager::ask(const char* operation,
-                                       const std::shared_ptr<Request>& request,
-                                       const char* failure) {
-    ZEM_LOG(LOG_API, "Manager::%s > %s", operation, request->dump().c_str());
-    const auto response = engine->processClientRequest(request);
-    ZEM_LOG(LOG_API, "Manager::%s < %s", operation, response ? response->dump().c_str() : "");
-    auto answer = std::dynamic_pointer_cast<Response>(response);
-    if (!answer) ZEM_LOG(LOG_ERROR, "%s", failure);
-    return answer;
-}
-
 std::shared_ptr<IProfileKey> Manager::addProfile(const AddProfileParams& params) {
     if (!initialized()) return nullptr;
-    const auto response = ask<AddResponse>("addProfile", std::make_shared<AddRequest>(params),
-                                           "Unable to cast to AddResponse");
+    const auto response =
+        ask<AddResponse>(*engine, "addProfile", std::make_shared<AddRequest>(params),
+                         "Unable to cast to AddResponse");
     return response ? response->getAddProfileKey() : nullptr;
 }
 
 bool Manager::modifyProfile(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key) {
     if (!initialized()) return false;
     const auto response = ask<ModifyResponse>(
-        "modifyProfile", std::make_shared<ModifyRequest>(params, std::move(key)),
+        *engine, "modifyProfile", std::make_shared<ModifyRequest>(params, std::move(key)),
         "Unable to cast to ModifyResponse");
     return response && response->getStatus() == SUCCESS;
 }
 
 bool Manager::deleteProfile(std::shared_ptr<IProfileKey> key) {
     if (!initialized()) return false;
-    const auto response =
-        ask<DeleteResponse>("deleteProfile", std::make_shared<DeleteRequest>(std::move(key)),
-                            "Unable to cast to DeleteResponse");
+    const auto response = ask<DeleteResponse>(*engine, "deleteProfile",
+                                              std::make_shared<DeleteRequest>(std::move(key)),
+                                              "Unable to cast to DeleteResponse");
     return response && response->getStatus() == SUCCESS;
 }
 
 std::list<std::shared_ptr<IProfileKey>> Manager::filter(const FilterProfileParams& params) {
     if (!initialized()) return {};
-    const auto response = ask<FilterResponse>("filter", std::make_shared<FilterRequest>(params),
-                                              "Unable to cast to FilterResponse");
+    const auto response =
+        ask<FilterResponse>(*engine, "filter", std::make_shared<FilterRequest>(params),
+                            "Unable to cast to FilterResponse");
     if (!response) return {};
     return response->getFilterResult();
 }
@@ -89,7 +93,7 @@ std::list<std::shared_ptr<IProfileKey>> Manager::filter(const FilterProfileParam
 std::optional<ProfileParams> Manager::getProfile(std::shared_ptr<IProfileKey> key) {
     if (!initialized()) return std::nullopt;
     const auto response = ask<GetResponse>(
-        "getProfile", std::make_shared<GetRequest>(std::move(key)), "Error in getProfile");
+        *engine, "getProfile", std::make_shared<GetRequest>(std::move(key)), "Error in getProfile");
     if (!response || response->getStatus() != SUCCESS) return std::nullopt;
     return response->getParams();
 }
@@ -97,15 +101,16 @@ std::optional<ProfileParams> Manager::getProfile(std::shared_ptr<IProfileKey> ke
 bool Manager::match(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key) {
     if (!initialized()) return false;
     const auto response =
-        ask<MatchResponse>("match", std::make_shared<MatchRequest>(params, std::move(key)),
+        ask<MatchResponse>(*engine, "match", std::make_shared<MatchRequest>(params, std::move(key)),
                            "Unable to cast to MatchResponse");
     return response && response->getMatchResult();
 }
 
 void Manager::refresh(PDCRefreshStatus status) {
     if (!initialized()) return;
-    const auto response = ask<RefreshResponse>("refresh", std::make_shared<RefreshRequest>(status),
-                                               "Unable to cast to RefreshResponse");
+    const auto response =
+        ask<RefreshResponse>(*engine, "refresh", std::make_shared<RefreshRequest>(status),
+                             "Unable to cast to RefreshResponse");
     if (!response) return;
     if (status == START) {
         ZEM_LOG(LOG_INFO, "ZEM refresh started");

@@ -78,9 +78,6 @@ class ZEM_EXPORT Manager {
     std::vector<std::string> dump();
 
   private:
-    template <class Response, class Request>
-    std::shared_ptr<Response> ask(const char* operation, const std::shared_ptr<Request>& request,
-                                  const char* failure);
     bool initialized() const;
 
     std::unique_ptr<ClientRequestManager> engine;
