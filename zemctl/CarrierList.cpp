@@ -422,6 +422,9 @@ CarrierFile CarrierFile::parse(std::string text, const std::string& name) {
     const auto at = [&](size_t offset) {
         return printable(name) + ':' + std::to_string(document->lineAt(offset)) + ": ";
     };
+    if (result.status == pugi::status_no_document_element) {
+        throw CarrierFileError(printable(name) + ": not an XML file: it has no element");
+    }
     if (!result) {
         std::string why = result.description();
         why[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(why[0])));
