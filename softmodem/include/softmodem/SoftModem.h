@@ -5,8 +5,9 @@
 // header is the other side: what an engineer, a tool or a test does to the modem.
 //
 // One modem per process, made on first use and never destroyed, so that clients may be released at
-// exit. All operations may be called from any thread; none is called back into. A modem begins up,
-// with empty stores and subscription 0 to 15.
+// exit. All operations may be called from any thread; the modem calls clients back on one thread of
+// its own and holds no lock meanwhile. A modem begins up, with empty stores and subscription 0
+// to 15. A store holds 255 profiles: 3GPP index 1 to 255, 3GPP2 index 0 to 254.
 #pragma once
 
 #include <chrono>
@@ -17,6 +18,8 @@
 #include <string>
 #include <variant>
 #include <vector>
+
+#define SOFTMODEM_API __attribute__((visibility("default")))
 
 namespace softmodem {
 
@@ -29,20 +32,43 @@ enum class Event : uint32_t { kCreate = 1, kDelete, kModify, kSubscriptionChange
 using Value = std::variant<uint64_t, std::string>;
 using Fields = std::map<std::string, Value, std::less<>>;
 
-std::vector<std::string> fieldNames(Tech tech);
+SOFTMODEM_API std::vector<std::string> fieldNames(Tech tech);
 
 struct Profile {
     Tech tech = Tech::k3gpp;
     unsigned index = 0;
-    Fields fields;
+    Fields fields = {};
+};
+
+// What the client library's calls return when they fail; zap_error_cb gets kServiceGone.
+enum class CallError : int {
+    kBadHandle = -1,    // null, released, or of the wrong kind
+    kBadArgument = -2,  // a null pointer, or no room for the result
+    kServiceGone = -3,  // the modem is down, or was since the client was opened
+    kTimedOut = -4,
+    kSendFailed = -5,
+    kUndecodable = -6,
+};
+
+// The error code of a refused request; its result is then 1.
+enum class ErrorCode : uint32_t {
+    kNone = 0,
+    kInternal,
+    kFull,
+    kInvalidIndex,
+    kInvalidProfileType,
+    kInvalidArgument,
+    kMalformedLength,
+    kNotBound,
+    kUnknownMessage,
 };
 
 // What goes wrong with a request, or with the indications that follow it.
 enum class FaultKind {
-    kRefuse,   // answered with a result and an error code
-    kTimeOut,  // no answer; the send fails after the caller's time-out, at once when asked to hurry
-    kSendError,       // the send itself fails, though the response is filled as if it had succeeded
-    kLoseIndication,  // carried out, its indications are not sent
+    kRefuse,     // answered with a result and an error code, not carried out
+    kTimeOut,    // not carried out; fails after the caller's time-out, at once when asked to hurry
+    kSendError,  // the send itself fails, though it is carried out and the response is filled
+    kLoseIndication,         // carried out, its indications are not sent
     kRepeatIndication,       // each sent twice
     kDelayIndication,        // kept back until releaseIndications()
     kReorderIndications,     // sent in reverse order
@@ -55,13 +81,16 @@ enum class FaultKind {
     kGoDown,                 // the modem goes down instead of answering
 };
 
-// Applies to `count` requests of that message id, after `skip` others; then it is used up.
+// Applies to `count` requests of that message id, after `skip` others; then it is used up. Faults
+// of different kinds may meet in one request; of two of the same kind, the second waits.
 struct Fault {
     FaultKind kind;
-    unsigned messageId = 0;  // 0: any message
+    unsigned messageId = 0;  // 0: any request; 0x00A8: indications that no request has caused
     unsigned count = 1;
     unsigned skip = 0;
-    uint32_t value = 0;  // kRefuse: the error code (0: a general one); kListCount: the count
+    // kRefuse: the error code (0: kInternal); kListCount: the count; kUnknownEnums: what the
+    // enumerations hold, cut to their width (0: 0xC8C8C8C8).
+    uint32_t value = 0;
 };
 
 // One request as the modem got it.
@@ -69,7 +98,7 @@ struct Request {
     unsigned messageId = 0;
     std::string name;  // "create profile"
     unsigned subscription = 0;
-    std::vector<uint8_t> bytes;      // as sent
+    std::vector<uint8_t> bytes;      // as sent, the first 64 KiB
     int sendResult = 0;              // what the send call returned
     uint32_t result = 0, error = 0;  // as answered
 };
@@ -79,7 +108,7 @@ struct Counters {
     unsigned requestsTotal = 0;
     unsigned indicationsSent = 0;
     unsigned openClients = 0, openNotifiers = 0;
-    unsigned badHandles = 0;  // calls with a null or released handle
+    unsigned badHandles = 0;  // calls with a null, released or unknown handle
     bool diagOpen = false;
 };
 
@@ -89,29 +118,35 @@ struct DiagLine {
     std::string file, text;
 };
 
-class SoftModem {
+class ModemState;
+
+class SOFTMODEM_API SoftModem {
   public:
     static SoftModem& instance();
 
-    // Back to the beginning: up, empty stores, no faults, counters and logs. Open handles stay open
-    // and must register anew; meant for use between two engines.
+    // Back to the beginning: up, empty stores, no faults, hook, latency, counters or logs;
+    // undelivered indications are dropped. Open handles stay open and must register anew; meant for
+    // use between two engines.
     void reset();
 
     // --- Power ---
-    // Down: clients get their error callback, requests fail. Up: profiles without the persistent
-    // flag are gone, notifiers are called, and clients that register get ProfileReady.
+    // Down: clients get their error callback, notifiers hear of it, requests fail. Up: profiles
+    // without the persistent flag are gone, notifiers are called, and clients that register get
+    // ProfileReady. A client that was open at a goDown() is of no more use; when it has no error
+    // callback by then, it gets its error as soon as it registers one.
     void goDown();
     void comeUp();
     void restart();  // down and up
     bool isUp() const;
 
     // Swaps the stores of two subscriptions, as a user does who swaps SIM cards, and sends
-    // SubscriptionChange to the clients bound to either.
+    // SubscriptionChange to the clients bound to either. Throws std::out_of_range.
     void swapSubscriptions(unsigned a, unsigned b);
 
     // --- The stores, behind the library's back ---
     // Changes are indicated like any other. Subscription 0 unless said otherwise.
-    // An unnamed index is the lowest free one; empty when the store is full or the index is taken.
+    // createProfile() takes the lowest free index, createProfileAt() the profile's own; empty when
+    // the store is full, the index is taken or out of range, or a field is refused.
     std::optional<unsigned> createProfile(const Profile& profile, unsigned subscription = 0);
     std::optional<unsigned> createProfileAt(const Profile& profile, unsigned subscription = 0);
     bool modifyProfile(const Profile& changes, unsigned subscription = 0);
@@ -131,18 +166,18 @@ class SoftModem {
     void setHurry(bool hurry);                              // time-outs fail at once; default off
     void setLatency(std::chrono::microseconds perRequest);  // default none
     // Called on the requesting thread before a request is looked at; empty: none. It may call this
-    // modem.
+    // modem. A call of the former hook may still be running when this returns.
     void setRequestHook(std::function<void(const Request&)> hook);
 
     // Waits until every indication and callback that was due has been delivered and has returned.
-    // False when the limit passes first.
+    // False when the limit passes first, and at once on the modem's own thread.
     bool waitUntilIdle(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
     // --- What it was asked ---
     Counters counters() const;
-    std::vector<Request> requests() const;  // oldest first, the newest 4096
-    void clearRequests();                   // counters and requests
-    std::vector<DiagLine> diagLines() const;
+    std::vector<Request> requests() const;    // oldest first, the newest 4096
+    void clearRequests();                     // counters and requests
+    std::vector<DiagLine> diagLines() const;  // oldest first, the newest 16384
 
     // --- Files ---
     // A text that a person can read and edit. save() replaces the file atomically. Both throw
@@ -155,17 +190,16 @@ class SoftModem {
     SoftModem();
     ~SoftModem() = delete;
 
-    struct Impl;
-    Impl* impl;
+    ModemState& state;
 };
 
-// The request field by field, one "name=value" per line; only fields that are marked valid.
-std::vector<std::string> describe(const Request& request);
+// The request field by field, "name=value" each; only fields that are marked valid.
+SOFTMODEM_API std::vector<std::string> describe(const Request& request);
 
-// "apn_name=internet" and so on, in table order, for a stored profile.
-std::vector<std::string> describe(const Profile& profile);
+// "apn_name=internet", "pdp_type=ipv4v6" and so on, for a stored profile.
+SOFTMODEM_API std::vector<std::string> describe(const Profile& profile);
 
-// "0x0027" -> "create profile"; an unknown id gives its number.
-std::string messageName(unsigned messageId);
+// 0x0027 -> "create profile"; an unknown id gives its number, "0x0999".
+SOFTMODEM_API std::string messageName(unsigned messageId);
 
 }  // namespace softmodem
