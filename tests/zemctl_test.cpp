@@ -382,7 +382,7 @@ TEST(Zemctl, FaultOfTheModemIsSeenAndStatusOne) {
         {{FaultKind::kRefuse, 0x0028}, "WRONG  the modem has changed this profile and no other"},
         {{FaultKind::kRefuse, 0x0029}, "WRONG  what should be there is there"},
         {{FaultKind::kRefuse, 0x002A, 1, 2}, "WRONG  what should be there is there"},
-        {{FaultKind::kUnknownEnums, 0x002B}, "WRONG  the survivors read as before"},
+        {{FaultKind::kUnknownEnums, 0x002B}, "left, read as before"},
     };
     auto& modem = softmodem::SoftModem::instance();
     for (const auto& [fault, seen] : cases) {

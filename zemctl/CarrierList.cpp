@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <system_error>
 
 #include <pugixml.hpp>
 
@@ -138,7 +139,7 @@ std::string readFile(const std::string& path) {
     };
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
     if (!file) {
-        throw failure(std::string("cannot open: ") + strerror(errno));
+        throw failure("cannot open: " + std::generic_category().message(errno));
     }
     std::string text;
     std::string chunk(1u << 16, '\0');
@@ -148,7 +149,7 @@ std::string readFile(const std::string& path) {
         text.append(chunk, 0, count);
     }
     if (std::ferror(file.get()) != 0) {
-        throw failure(std::string("cannot read: ") + strerror(errno));
+        throw failure("cannot read: " + std::generic_category().message(errno));
     }
     if (text.size() > kLargestFile) {
         throw failure("larger than 64 MiB");

@@ -149,6 +149,7 @@ std::string LoadCommand::skippedSummary() const {
         ++reasons[entry.reason];
     }
     std::vector<std::string> parts;
+    parts.reserve(reasons.size());
     for (const auto& [reason, count] : reasons) {
         parts.push_back(std::to_string(count) + ' ' + skipReasonText(reason));
     }
@@ -179,7 +180,7 @@ void LoadCommand::readList() {
     for (const SkippedEntry& entry : list.skipped) {
         report.line(place(entry.line) + "skipped '" + entry.carrier +
                     "': " + skipReasonText(entry.reason) +
-                    (entry.detail.empty() ? "" : ": " + entry.detail));
+                    (entry.detail.empty() ? "" : " (" + entry.detail + ')'));
     }
     report.line(counted(list.entries, "entry: ", "entries: ") + std::to_string(list.usable.size()) +
                 " to add, " + skippedSummary());
@@ -218,7 +219,8 @@ void LoadCommand::addProfiles() {
                    shown(params.hasAuthType(), authTypeName(params.getAuthType())),
                    shown(params.hasUserName(), printable(params.getUserName())),
                    shown(params.hasPassword(), kMask), params.getIsApnDisabled() ? "off" : "on",
-                   kindOf(params), key ? key->dump() : "refused"});
+                   kindOf(params),
+                   key ? profileName(key->getTechType(), key->getProfileId()) : "refused"});
         if (key) {
             const int id = key->getProfileId();
             loaded.push_back({params, id, std::move(key)});
@@ -293,10 +295,15 @@ void LoadCommand::showStored() {
         std::vector<std::string> words;
         for (const auto& field : onModem->fields) {
             words.push_back(field.first + '=' + shownField(field));
+            if (field.first == "apn_name" &&
+                lowerCase(field.second) != lowerCase(profile.expected.getApnName())) {
+                wrong.push_back(profile.name() + " has another APN name");
+            }
         }
         report.paragraph(profile.name(), words);
     }
-    report.check(wrong.empty(), "each profile is stored under its key's index", wrong);
+    report.check(wrong.empty(), "each profile is stored under its key's index and its APN name",
+                 wrong);
 }
 
 // --- The library's answers ---
@@ -341,6 +348,7 @@ void LoadCommand::filterProfiles() {
     size_t asked = 0;
     const auto names = [](const std::set<int>& ids) {
         std::vector<std::string> texts;
+        texts.reserve(ids.size());
         for (const int id : ids) {
             texts.push_back(std::to_string(id));
         }
@@ -444,7 +452,7 @@ void LoadCommand::modifyProfile() {
         for (const auto& [field, was, is] : changedFields(before, profile)) {
             table.row({field, was, is});
             if (name != chosen.name()) {
-                others.push_back(name + ' ' + field + " was " + was + ", is " + is);
+                others.push_back(join({name, field, "was", was, "is", is}, " "));
             }
         }
     }
@@ -506,14 +514,18 @@ void LoadCommand::restartModem() {
         return;
     }
     modem.restart();
+    report.line("A modem forgets its transient profiles when it goes down.");
     report.check(modem.waitForLibrary(*manager), "the library has registered anew");
     checkKeysExpired();
     for (Loaded& profile : loaded) {
         profile.onModem = isPersistent(profile.expected);
     }
     checkPresence();
+    const auto survivors =
+        std::count_if(loaded.begin(), loaded.end(), [](const Loaded& p) { return p.onModem; });
     const std::vector<std::string> wrong = wrongReadings();
-    report.check(wrong.empty(), "the survivors read as before", wrong);
+    report.check(wrong.empty(), profiles(static_cast<size_t>(survivors)) + " left, read as before",
+                 wrong);
 }
 
 void LoadCommand::refreshProfiles() {
@@ -545,6 +557,7 @@ void LoadCommand::refreshProfiles() {
     table.row({"refresh COMPLETE", "-"});
     report.table(table);
     report.check(wrong.empty(), "every call between START and COMPLETE is refused", wrong);
+    report.line("COMPLETE has the library read all profiles anew.");
     checkKeysExpired();
     checkPresence();
 }
@@ -629,6 +642,10 @@ void LoadCommand::conclude() {
                      std::to_string(loaded.size()) + " added, " +
                      (refused == 0 ? "" : std::to_string(refused) + " refused by the modem, ") +
                      skippedSummary());
+    if (!list.warnings.empty()) {
+        report.line(counted(list.warnings.size(), "value", "values") +
+                    " left out, with a warning each in step 1");
+    }
     report.line(counted(report.checksMade(), "check", "checks") + ", " +
                 (report.checksFailed() == 0 ? "all passed"
                                             : std::to_string(report.checksFailed()) + " failed"));

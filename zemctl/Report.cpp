@@ -40,7 +40,9 @@ void Table::print(std::ostream& out, size_t indent) const {
 }
 
 void Report::step(const std::string& title) {
-    out << '\n' << ++steps << ". " << title << '\n';
+    out << '\n'
+        << ++steps << ". " << title
+        << std::endl;  // in order with the library's lines on standard error
 }
 
 void Report::line(const std::string& text) {

@@ -121,6 +121,7 @@ const std::vector<Setting> kSettings = {
 
 std::vector<Text> settingTexts(const ProfileParams& params) {
     std::vector<Text> texts;
+    texts.reserve(kSettings.size());
     for (const Setting& setting : kSettings) {
         texts.push_back(setting.text(params));
     }
