@@ -1,11 +1,15 @@
 // What the tool makes of carrier lists, and what it does and says from the command line.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -313,7 +317,7 @@ TEST(Zemctl, WrongUseIsOneLineAndStatusTwo) {
         std::vector<std::string> arguments;
         std::string message;
     } cases[] = {
-        {{}, "subcommand"},
+        {{}, "verb"},
         {{"laod"}, "laod"},
         {{"load"}, "required"},
         {{"load", kExample}, "--plmn"},
@@ -382,7 +386,7 @@ TEST(Zemctl, FaultOfTheModemIsSeenAndStatusOne) {
         {{FaultKind::kRefuse, 0x0028}, "WRONG  the modem has changed this profile and no other"},
         {{FaultKind::kRefuse, 0x0029}, "WRONG  what should be there is there"},
         {{FaultKind::kRefuse, 0x002A, 1, 2}, "WRONG  what should be there is there"},
-        {{FaultKind::kUnknownEnums, 0x002B}, "left, read as before"},
+        {{FaultKind::kUnknownEnums, 0x002B}, "WRONG  2 profiles left, read as before"},
     };
     auto& modem = softmodem::SoftModem::instance();
     for (const auto& [fault, seen] : cases) {

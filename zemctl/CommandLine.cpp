@@ -1,6 +1,9 @@
 #include "CommandLine.h"
 
-#include <memory>
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -20,7 +23,9 @@ constexpr Verb kVerbs[] = {
 
 constexpr const char* kFooter =
     "Exit status: 0 done; 1 the library or the modem said no, or a check failed;\n"
-    "2 wrong command line or unusable input.";
+    "2 wrong command line or unusable input.\n";
+
+constexpr const char* kHint = " (zemctl --help shows how)";
 
 int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
     CLI::App app("zemctl: data profiles of a modem, through the zem library", "zemctl");
@@ -32,13 +37,21 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
         options->footer(kFooter);
         verbs.emplace_back(options, verb.declare(*options));
     }
+    const std::string_view first = argc > 1 ? argv[1] : "";
+    if (first.empty()) {
+        throw UsageError(std::string("a verb is missing") + kHint);
+    }
+    if (first[0] != '-' && std::none_of(std::begin(kVerbs), std::end(kVerbs),
+                                        [&](const Verb& verb) { return first == verb.name; })) {
+        throw UsageError("no verb '" + std::string(first) + '\'' + kHint);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& help) {
         app.exit(help, out, err);
         return kDone;
     } catch (const CLI::ParseError& error) {
-        throw UsageError(std::string(error.what()) + " (zemctl --help shows how)");
+        throw UsageError(error.what() + std::string(kHint));
     }
     for (const auto& [options, runVerb] : verbs) {
         if (options->parsed()) {

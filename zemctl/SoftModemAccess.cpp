@@ -11,8 +11,6 @@ namespace zemctl {
 namespace {
 
 constexpr unsigned kProfileList = 0x002A;
-// One for each family of profiles.
-constexpr unsigned kListsPerRefresh = 2;
 
 zem::TechType techType(softmodem::Tech tech) {
     return tech == softmodem::Tech::k3gpp2 ? zem::TechType::TECH_3GPP2 : zem::TechType::TECH_3GPP;
@@ -34,14 +32,14 @@ struct ModemAccess::Impl {
     softmodem::SoftModem& modem = softmodem::SoftModem::instance();
     std::mutex mutex;
     std::condition_variable asked;
-    unsigned listsAsked = 0;  // since the start or the last restart
+    bool listAsked = false;  // since the start or the last restart
 };
 
 ModemAccess::ModemAccess() : impl(std::make_unique<Impl>()) {
     impl->modem.setRequestHook([state = impl.get()](const softmodem::Request& request) {
         if (request.messageId == kProfileList) {
             const std::lock_guard lock(state->mutex);
-            ++state->listsAsked;
+            state->listAsked = true;
             state->asked.notify_all();
         }
     });
@@ -58,13 +56,12 @@ bool ModemAccess::inProcess() const {
 bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::milliseconds limit) {
     {
         std::unique_lock lock(impl->mutex);
-        if (!impl->asked.wait_for(lock, limit,
-                                  [this] { return impl->listsAsked >= kListsPerRefresh; })) {
+        if (!impl->asked.wait_for(lock, limit, [this] { return impl->listAsked; })) {
             return false;
         }
     }
     const bool idle = impl->modem.waitUntilIdle(limit);
-    manager.filter({});  // answered only after the engine has handled what came before it
+    manager.filter({});  // answered only when the engine has read what it asked for
     return idle;
 }
 
@@ -80,7 +77,7 @@ void ModemAccess::restart() {
     impl->modem.waitUntilIdle();
     {
         const std::lock_guard lock(impl->mutex);
-        impl->listsAsked = 0;
+        impl->listAsked = false;
     }
     impl->modem.restart();
 }
