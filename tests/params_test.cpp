@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <zem/IProfileKey.h>
 #include <zem/ProfileParams.h>
 
 #include <sstream>
@@ -9,6 +8,7 @@
 #include "ClientRequest.h"
 #include "ClientResponse.h"
 #include "ProfileChangedInd.h"
+#include "ProfileKey.h"
 
 namespace zem {
 namespace {
@@ -268,18 +268,10 @@ TEST(ProfileParamsTest, MarkersAreTrueOnlyWhenPresentAndTrue) {
     EXPECT_FALSE(filter.getIsIAProfile());
 }
 
-// A key that nobody counts.
-class PrintedKey : public IProfileKey {
-  public:
-    ~PrintedKey() noexcept(false) override = default;
-    int getProfileId() override { return 2; }
-    TechType getTechType() override { return TechType::TECH_3GPP; }
-    void registerExpirationListener(std::function<void()>) override {}
-    std::string dump() override { return "KEY"; }
-};
-
+// A key whose release nobody hears of.
 std::shared_ptr<IProfileKey> key() {
-    return std::make_shared<PrintedKey>();
+    return std::make_shared<ProfileKey>(TechType::TECH_3GPP, 2, 7,
+                                        [](const auto&) { return nullptr; });
 }
 
 FilterProfileParams imsFilter() {
@@ -297,18 +289,19 @@ struct UnheardOfResponse : ClientResponse {
 const DumpCase kEnvelopeDumps[] = {
     {"add", [] { return AddRequest(AddProfileParams(true, TechType::TECH_3GPP, false)).dump(); },
      "Add 3GPP persist=true: IsIAProfile=false,"},
-    {"modify", [] { return ModifyRequest(imsChange(), key()).dump(); }, "Modify KEY ApnName=ims,"},
+    {"modify", [] { return ModifyRequest(imsChange(), key()).dump(); },
+     "Modify 3GPP:2 token=7 ApnName=ims,"},
     {"modify without key", [] { return ModifyRequest(imsChange(), nullptr).dump(); },
      "Modify  ApnName=ims,"},
-    {"delete", [] { return DeleteRequest(key()).dump(); }, "Delete KEY"},
+    {"delete", [] { return DeleteRequest(key()).dump(); }, "Delete 3GPP:2 token=7"},
     {"delete without key", [] { return DeleteRequest(nullptr).dump(); }, "Delete "},
     {"filter", [] { return FilterRequest(imsFilter()).dump(); },
      "Filter params: None: ApnName=ims,"},
     {"match", [] { return MatchRequest(imsFilter(), key()).dump(); },
-     "Match KEY None: ApnName=ims,"},
+     "Match 3GPP:2 token=7 None: ApnName=ims,"},
     {"match without key", [] { return MatchRequest(imsFilter(), nullptr).dump(); },
      "Match  None: ApnName=ims,"},
-    {"get", [] { return GetRequest(key()).dump(); }, "Get KEY"},
+    {"get", [] { return GetRequest(key()).dump(); }, "Get 3GPP:2 token=7"},
     {"get without key", [] { return GetRequest(nullptr).dump(); }, "Get "},
     {"refresh keeps its end to itself", [] { return RefreshRequest(COMPLETE).dump(); }, "Refresh "},
     {"unheard-of request", [] { return ClientRequest(ReqRespType(8)).dump(); }, "8 "},
@@ -327,7 +320,7 @@ const DumpCase kEnvelopeDumps[] = {
          request.setExpirationInfo([] {}, held, 7);
          return request.dump();
      },
-     "Callback Register KEY7"},
+     "Callback Register 3GPP:2 token=77"},
     {"registration of an expired key",
      [] {
          CallbackRequest request;
@@ -336,7 +329,7 @@ const DumpCase kEnvelopeDumps[] = {
      },
      "Callback Register null7"},
 
-    {"key added", [] { return AddResponse(SUCCESS, key()).dump(); }, "Add Success KEY"},
+    {"key added", [] { return AddResponse(SUCCESS, key()).dump(); }, "Add Success 3GPP:2 token=7"},
     {"no key added", [] { return AddResponse(FAILURE, nullptr).dump(); }, "Add Failure "},
     {"modified", [] { return ModifyResponse(SUCCESS).dump(); }, "Modify Success"},
     {"not deleted", [] { return DeleteResponse(FAILURE).dump(); }, "Delete Failure"},
@@ -345,7 +338,7 @@ const DumpCase kEnvelopeDumps[] = {
      [] {
          return FilterResponse(SUCCESS, {key(), nullptr, key()}).dump();
      },
-     "Filter Success KEY,null,KEY,"},
+     "Filter Success 3GPP:2 token=7,null,3GPP:2 token=7,"},
     {"match answered", [] { return MatchResponse(SUCCESS, true).dump(); }, "Match Success true"},
     {"match refused", [] { return MatchResponse(FAILURE, false).dump(); }, "Match Failure false"},
     {"settings got", [] { return GetResponse(SUCCESS, ims()).dump(); }, "Get Success ApnName=ims,"},
