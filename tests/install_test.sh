@@ -14,5 +14,6 @@ lib=$(dirname "$(find "$prefix" -name libzem.so)")
 
 "$cxx" -std=c++17 -I "$prefix/include" "$example" -o "$prefix/example" \
     -L "$lib" -lzem -lsoftmodem -Wl,-rpath,"$lib" -Wl,--allow-shlib-undefined -pthread
-"$prefix/example" | grep -q '^3GPP:1 '
-"$prefix/bin/zemctl" --help | grep -q load
+output=$("$prefix/example")
+grep -q '^3GPP:[0-9]* token=.*ApnName=internet,' <<<"$output"
+"$prefix/bin/zemctl" --help >/dev/null
