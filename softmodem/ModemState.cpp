@@ -216,7 +216,7 @@ void ModemState::runModemThread() {
         if (delivery.kind == Delivery::Kind::kIndication) ++counters.indicationsSent;
         lock.unlock();
 
-        const auto handle = reinterpret_cast<zap_client_handle>(delivery.client);
+        zap_client_handle handle = handleOf(delivery.client);
         switch (delivery.kind) {
             case Delivery::Kind::kServiceUp:
             case Delivery::Kind::kServiceDown:

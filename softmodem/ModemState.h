@@ -31,7 +31,15 @@ using Stores = std::array<std::array<Store, 2>, kSubscriptions>;
 bool validIndex(Tech tech, unsigned index);
 std::optional<unsigned> lowestFreeIndex(const Store& store, Tech tech);
 
+// A handle is its client's number dressed as a pointer: nobody can follow a stale one.
 using ClientId = uint64_t;
+
+inline ClientId idOf(zap_client_handle handle) {
+    return reinterpret_cast<ClientId>(handle);
+}
+inline zap_client_handle handleOf(ClientId id) {
+    return reinterpret_cast<zap_client_handle>(id);  // NOLINT(performance-no-int-to-ptr)
+}
 
 // One handle of the client library.
 struct Client {

@@ -8,10 +8,10 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "ProfileFields.h"
 
@@ -201,7 +201,7 @@ class Parser {
 
 // Says what failed with the file and why; errno must be that of the failure.
 [[noreturn]] void throwErrno(const std::string& path, const char* what) {
-    const std::string reason = strerror(errno);
+    const std::string reason = std::generic_category().message(errno);
     throw std::runtime_error(path + ": " + what + ": " + reason);
 }
 

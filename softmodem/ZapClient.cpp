@@ -19,20 +19,13 @@ namespace {
 
 constexpr zap_service kWds = {WDS_SERVICE_MAJOR_V01, WDS_SERVICE_MINOR_V01, WDS_SERVICE_TOOL_V01};
 constexpr unsigned kServiceInfoMark = 0x57445331;  // in front of the service run it was given for
-constexpr size_t kLoggedBytes = 64 * 1024;
+constexpr size_t kLoggedBytes = 65536;
 constexpr size_t kKeptRequests = 4096;
 
 using Lock = std::unique_lock<std::mutex>;
 
 constexpr int failure(CallError error) {
     return static_cast<int>(error);
-}
-
-ClientId idOf(zap_client_handle handle) {
-    return reinterpret_cast<ClientId>(handle);
-}
-zap_client_handle handleOf(ClientId id) {
-    return reinterpret_cast<zap_client_handle>(id);
 }
 
 struct Send {
@@ -205,9 +198,9 @@ int decode(zap_client_handle handle, zap_message_kind kind, unsigned messageId, 
     {
         ModemState& modem = ModemState::instance();
         const Lock lock(modem.mutex);
-        const Client* client = modem.find(idOf(handle));
-        if (!client) return failure(CallError::kBadHandle);
-        if (client->isNotifier) return failure(CallError::kBadArgument);
+        // A callback may decode to its end, though another thread has begun to release its client.
+        const bool inCallback = modem.onModemThread() && modem.beingCalled == idOf(handle);
+        if (!inCallback && !modem.find(idOf(handle))) return failure(CallError::kBadHandle);
     }
     if (kind != ZAP_MESSAGE_INDICATION || messageId != ZAP_WDS_PROFILE_CHANGED_IND_V01 || !bytes ||
         !out || outSize != sizeof(wds_profile_changed_ind_msg_v01))

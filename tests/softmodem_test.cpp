@@ -277,6 +277,9 @@ TEST_F(SoftModemTest, RefusesWhatAModemRefuses) {
     longList[0] = longList[5] = 1;
     oddList[0] = oddList[4] = 1;
     oddList[8] = 2;
+    const Bytes type7 = {7, 0, 0, 0, 1, 0, 0, 0}, listOf7 = {1, 0, 0, 0, 7, 0, 0, 0};
+    const Bytes first3gpp2 = {1, 0, 0, 0, 1, 0, 0, 0};
+    using E = ErrorCode;
     const struct {
         const char* what;
         bool bound;
@@ -285,39 +288,24 @@ TEST_F(SoftModemTest, RefusesWhatAModemRefuses) {
         size_t responseSize;
         ErrorCode error;
     } cases[] = {
-        {"before bind", false, 0x002A, Bytes(8), 14292, ErrorCode::kNotBound},
-        {"registering before bind", false, 0x0003, Bytes(398), 8, ErrorCode::kNotBound},
-        {"subscription 16", false, 0x00AF, {16, 0, 0, 0}, 8, ErrorCode::kInvalidArgument},
-        {"unknown message", true, 0x0999, Bytes(4), 8, ErrorCode::kUnknownMessage},
-        {"indication as request", true, 0x00A8, Bytes(16), 8, ErrorCode::kUnknownMessage},
-        {"short create", true, 0x0027, Bytes(3247), 16, ErrorCode::kMalformedLength},
-        {"modify of create's size", true, 0x0028, Bytes(3248), 8, ErrorCode::kMalformedLength},
-        {"short response", true, 0x002B, Bytes(8), 3263, ErrorCode::kMalformedLength},
-        {"long response", true, 0x002A, Bytes(8), 14293, ErrorCode::kMalformedLength},
-        {"text without end", true, 0x0027, unterminated, 16, ErrorCode::kInvalidArgument},
-        {"other technology", true, 0x0027, otherTech, 16, ErrorCode::kInvalidArgument},
-        {"create of type 2", true, 0x0027, unknownType, 16, ErrorCode::kInvalidProfileType},
-        {"delete of type 7",
-         true,
-         0x0029,
-         {7, 0, 0, 0, 1, 0, 0, 0},
-         8,
-         ErrorCode::kInvalidProfileType},
-        {"list of type 7",
-         true,
-         0x002A,
-         {1, 0, 0, 0, 7, 0, 0, 0},
-         14292,
-         ErrorCode::kInvalidProfileType},
-        {"settings of index 0", true, 0x002B, Bytes(8), 3264, ErrorCode::kInvalidIndex},
-        {"delete in other store",
-         true,
-         0x0029,
-         {1, 0, 0, 0, 1, 0, 0, 0},
-         8,
-         ErrorCode::kInvalidIndex},
-        {"256 events", true, 0x00A7, longList, 8, ErrorCode::kMalformedLength},
-        {"event of type 2", true, 0x00A7, oddList, 8, ErrorCode::kInvalidProfileType},
+        {"before bind", false, 0x002A, Bytes(8), 14292, E::kNotBound},
+        {"registering before bind", false, 0x0003, Bytes(398), 8, E::kNotBound},
+        {"subscription 16", false, 0x00AF, {16, 0, 0, 0}, 8, E::kInvalidArgument},
+        {"unknown message", true, 0x0999, Bytes(4), 8, E::kUnknownMessage},
+        {"indication as request", true, 0x00A8, Bytes(16), 8, E::kUnknownMessage},
+        {"short create", true, 0x0027, Bytes(3247), 16, E::kMalformedLength},
+        {"modify of create's size", true, 0x0028, Bytes(3248), 8, E::kMalformedLength},
+        {"short response", true, 0x002B, Bytes(8), 3263, E::kMalformedLength},
+        {"long response", true, 0x002A, Bytes(8), 14293, E::kMalformedLength},
+        {"text without end", true, 0x0027, unterminated, 16, E::kInvalidArgument},
+        {"other technology", true, 0x0027, otherTech, 16, E::kInvalidArgument},
+        {"create of type 2", true, 0x0027, unknownType, 16, E::kInvalidProfileType},
+        {"delete of type 7", true, 0x0029, type7, 8, E::kInvalidProfileType},
+        {"list of type 7", true, 0x002A, listOf7, 14292, E::kInvalidProfileType},
+        {"settings of index 0", true, 0x002B, Bytes(8), 3264, E::kInvalidIndex},
+        {"delete in other store", true, 0x0029, first3gpp2, 8, E::kInvalidIndex},
+        {"256 events", true, 0x00A7, longList, 8, E::kMalformedLength},
+        {"event of type 2", true, 0x00A7, oddList, 8, E::kInvalidProfileType},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.what);
@@ -362,25 +350,22 @@ TEST_F(SoftModemTest, StoreHolds255AndFillsTheLowestGap) {
 
 TEST_F(SoftModemTest, AnswersAndCountsBadHandles) {
     Client released;
-    const zap_client_handle stale = released.handle;
+    auto* stale = released.handle;
     released.release();
     zap_client_handle notifier = nullptr;
     ASSERT_EQ(zap_client_notifier_init(wds(), nullptr, &notifier), 0);
+    const auto ignoreError = [](zap_client_handle, int, void*) {};
     unsigned bad = 0;
-    for (const auto handle :
-         {zap_client_handle{}, stale, reinterpret_cast<zap_client_handle>(-1)}) {
-        uint8_t bytes[8] = {};
+    uint8_t bytes[8] = {};
+    for (auto* handle : {zap_client_handle{}, stale, reinterpret_cast<zap_client_handle>(bytes)}) {
         EXPECT_NE(zap_client_send_msg_sync(handle, 0x00AF, bytes, 4, bytes, 8, 1000), 0);
         EXPECT_NE(
             zap_client_message_decode(handle, ZAP_MESSAGE_INDICATION, 0x00A8, bytes, 8, bytes, 8),
             0);
-        EXPECT_NE(zap_client_register_error_cb(
-                      handle, [](auto...) {}, nullptr),
-                  0);
+        EXPECT_NE(zap_client_register_error_cb(handle, ignoreError, nullptr), 0);
         EXPECT_NE(zap_client_release(handle), 0);
         EXPECT_EQ(modem.counters().badHandles, bad += 4);
     }
-    uint8_t bytes[8] = {};
     EXPECT_NE(zap_client_send_msg_sync(notifier, 0x00AF, bytes, 4, bytes, 8, 1000), 0);
     Client next;
     EXPECT_NE(next.handle, stale);
@@ -848,9 +833,9 @@ TEST_F(StoreFileTest, ReaderOfAFileBeingSavedSeesOneWholeStore) {
 
 TEST_F(SoftModemTest, StandsRestartsUnderManyThreads) {
     std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
+    std::thread threads[3];
+    for (std::thread& thread : threads) {
+        thread = std::thread([&] {
             while (!stop) {
                 zap_service_info info = {};
                 if (zap_client_get_any_service(wds(), &info) != 0) continue;
