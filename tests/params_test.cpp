@@ -84,40 +84,6 @@ const DumpCase kParamsDumps[] = {
          return params.dump();
      },
      "ApnName=internet,"},
-    {"values that nobody named are numbers",
-     [] {
-         ProfileParams params;
-         params.setAuthType(AuthType(4));
-         params.setHomeIPType(IPType(0xFFFFFFFF));
-         params.setApnClass(ApnClass(0));
-         return params.dump();
-     },
-     "AuthType=4,HomeIPType=4294967295,ApnClass=0,"},
-    {"first values of the enumerations",
-     [] {
-         ProfileParams params;
-         params.setAuthType(AuthType(1));
-         params.setHomeIPType(IPType(1));
-         params.setRoamIPType(IPType(3));
-         params.setApnClass(ApnClass(1));
-         return params.dump();
-     },
-     "AuthType=PAP,HomeIPType=V4,RoamIPType=V4V6,ApnClass=IMS,"},
-    {"further values of the enumerations",
-     [] {
-         ProfileParams params;
-         params.setAuthType(AuthType(2));
-         params.setApnClass(ApnClass(2));
-         return params.dump();
-     },
-     "AuthType=CHAP,ApnClass=ADMN,"},
-    {"last APN class",
-     [] {
-         ProfileParams params;
-         params.setApnClass(ApnClass(4));
-         return params.dump();
-     },
-     "ApnClass=APP,"},
     {"all bits of a mask", [] { return dumpOfMask(0xFFFFFFFF); },
      "ApnTypesMask=DEFAULT|MMS|SUPL|DUN|HIPRI|FOTA|IMS|CBS|IA|EMERGENCY|MCX|XCAP|,"},
     {"every second bit of a mask", [] { return dumpOfMask(0x555); },
@@ -129,8 +95,6 @@ const DumpCase kParamsDumps[] = {
     {"add with settings",
      [] { return AddProfileParams(ims(), false, TechType::TECH_3GPP, true).dump(); },
      "3GPP persist=false: ApnName=ims,IsIAProfile=true,"},
-    {"add in an unknown family", [] { return AddProfileParams(true, TechType(7), true).dump(); },
-     "7 persist=true: IsIAProfile=true,"},
     {"add overrides the copied IA marker",
      [] {
          FilterProfileParams marked;
@@ -185,6 +149,33 @@ const DumpCase kParamsDumps[] = {
 
 TEST(ProfileParamsTest, DumpsPrintWhatIsPresent) {
     expectDumps(kParamsDumps);
+}
+
+TEST(ProfileParamsTest, EnumeratorsPrintTheirNamesAndOtherValuesTheirNumbers) {
+    const struct {
+        uint32_t value;
+        const char *tech, *ip, *auth, *apnClass;
+    } cases[] = {
+        {0, "3GPP", "UNKNOWN", "NONE", "0"},
+        {1, "3GPP2", "V4", "PAP", "IMS"},
+        {2, "2", "V6", "CHAP", "ADMN"},
+        {3, "3", "V4V6", "PAP_CHAP", "INET"},
+        {4, "4", "4", "4", "APP"},
+        {5, "5", "5", "5", "5"},
+        {0xFFFFFFFF, "4294967295", "4294967295", "4294967295", "4294967295"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        ProfileParams params;
+        params.setAuthType(AuthType(c.value));
+        params.setHomeIPType(IPType(c.value));
+        params.setRoamIPType(IPType(c.value));
+        params.setApnClass(ApnClass(c.value));
+        EXPECT_EQ(params.dump(), std::string("AuthType=") + c.auth + ",HomeIPType=" + c.ip +
+                                     ",RoamIPType=" + c.ip + ",ApnClass=" + c.apnClass + ",");
+        EXPECT_EQ(AddProfileParams(true, TechType(c.value), true).dump(),
+                  std::string(c.tech) + " persist=true: IsIAProfile=true,");
+    }
 }
 
 TEST(ProfileParamsTest, EachSetterMarksItsOwnSettingAlone) {
