@@ -21,6 +21,7 @@ target_compile_options(
               # A constructor's parameter may have its member's name; g++ has no finer switch.
               $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
               -Wconversion
+              -Wno-sign-conversion # which clang alone counts among the former
               -Wformat=2
               -Werror
               $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
