@@ -3,6 +3,7 @@
 
 #include <climits>
 #include <functional>
+#include <sstream>
 
 #include "Modem3gpp2Profile.h"
 #include "Modem3gppProfile.h"
@@ -17,11 +18,19 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
-constexpr std::optional<IPType> kAbsent = std::nullopt;
-constexpr std::optional<IPType> kUnknown = IPType::UNKNOWN;
-constexpr std::optional<IPType> kV4 = IPType::V4;
-constexpr std::optional<IPType> kV6 = IPType::V6;
-constexpr std::optional<IPType> kV4V6 = IPType::V4V6;
+// "V4 - ?" is V4, none and unknown.
+std::vector<std::optional<IPType>> types(const char* text) {
+    std::vector<std::optional<IPType>> all;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        all.emplace_back();
+        if (word == "?") all.back() = IPType::UNKNOWN;
+        for (const auto& [type, name] : kIPTypeNames) {
+            if (word == name) all.back() = type;
+        }
+    }
+    return all;
+}
 
 template <class Profile = Modem3gppProfile>
 std::shared_ptr<Profile> newProfile(void (*set)(Profile&) = nullptr) {
@@ -30,17 +39,22 @@ std::shared_ptr<Profile> newProfile(void (*set)(Profile&) = nullptr) {
     return profile;
 }
 
-struct IPTypes {
-    std::optional<IPType> common, overrideHome, lte, umts;
-};
-
-std::shared_ptr<Modem3gppProfile> newProfile(const IPTypes& types) {
-    auto profile = std::make_shared<Modem3gppProfile>(ProfileParams());
-    if (types.common) profile->setCommonIPType(*types.common);
-    if (types.overrideHome) profile->setOverrideHomeIPType(*types.overrideHome);
-    if (types.lte) profile->setLteRoamIPType(*types.lte);
-    if (types.umts) profile->setUmtsRoamIPType(*types.umts);
+// Types in the order common, override, LTE, UMTS.
+std::shared_ptr<Modem3gppProfile> profileWith(const char* ipTypes) {
+    auto profile = newProfile<Modem3gppProfile>();
+    const auto given = types(ipTypes);
+    if (given.at(0)) profile->setCommonIPType(*given[0]);
+    if (given.at(1)) profile->setOverrideHomeIPType(*given[1]);
+    if (given.at(2)) profile->setLteRoamIPType(*given[2]);
+    if (given.at(3)) profile->setUmtsRoamIPType(*given[3]);
     return profile;
+}
+
+// Types in the order home, roam.
+void setTypes(ProfileParams& params, const char* ipTypes) {
+    const auto given = types(ipTypes);
+    if (given.at(0)) params.setHomeIPType(*given[0]);
+    if (given.at(1)) params.setRoamIPType(*given[1]);
 }
 
 // ---- Construction ----
@@ -96,27 +110,25 @@ TEST(NewProfileTest, CutsOnlyTheApnName) {
 TEST(NewProfileTest, DerivesTheModemsIPTypesFromHomeAndRoam) {
     const struct {
         const char* name;
-        std::optional<IPType> home, roam;
-        const char *dump, *dump3gpp2;
+        const char *wanted, *dump, *dump3gpp2;
     } cases[] = {
-        {"none", kAbsent, kAbsent, "", ""},
-        {"home only", kV4, kAbsent, "CommonIPType=V4,", "CommonIPType=V4,"},
-        {"roam only", kAbsent, kV6, "LteRoamIP=V6,UmtsRoamIP=V6,", ""},
-        {"equal", kV4, kV4, "CommonIPType=V4,LteRoamIP=V4,UmtsRoamIP=V4,", "CommonIPType=V4,"},
-        {"different", kV4, kV6,
+        {"none", "- -", "", ""},
+        {"home only", "V4 -", "CommonIPType=V4,", "CommonIPType=V4,"},
+        {"roam only", "- V6", "LteRoamIP=V6,UmtsRoamIP=V6,", ""},
+        {"equal", "V4 V4", "CommonIPType=V4,LteRoamIP=V4,UmtsRoamIP=V4,", "CommonIPType=V4,"},
+        {"different", "V4 V6",
          "CommonIPType=V4V6,OverrideHomeIPType=V4,LteRoamIP=V6,UmtsRoamIP=V6,", "CommonIPType=V4,"},
-        {"dual stack at home only", kV4V6, kV4,
+        {"dual stack at home only", "V4V6 V4",
          "CommonIPType=V4V6,OverrideHomeIPType=V4V6,LteRoamIP=V4,UmtsRoamIP=V4,",
          "CommonIPType=V4V6,"},
-        {"unknown at home", kUnknown, kV6,
+        {"unknown at home", "? V6",
          "CommonIPType=V4V6,OverrideHomeIPType=UNKNOWN,LteRoamIP=V6,UmtsRoamIP=V6,",
          "CommonIPType=UNKNOWN,"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         ProfileParams params;
-        if (c.home) params.setHomeIPType(*c.home);
-        if (c.roam) params.setRoamIPType(*c.roam);
+        setTypes(params, c.wanted);
 
         EXPECT_EQ(Modem3gppProfile(params).dump(),
                   std::string("TechType=3GPP,ProfileId=-1,") + c.dump);
@@ -428,45 +440,33 @@ TEST(MatchTest, IPTypesCompareAsSetsUnderTheirOwnCriteria) {
 TEST(MatchTest, WhichOfTheProfilesIPTypesIsCompared) {
     const struct {
         const char* name;
-        IPTypes held;
-        std::optional<IPType> home, roam;
+        const char *held, *asked;
         unsigned criteria;
         bool matches;
     } cases[] = {
-        {"override at home", {kV4V6, kV4, kAbsent, kAbsent}, kV4, kAbsent, 0, true},
-        {"not the common type then", {kV4V6, kV4, kAbsent, kAbsent}, kV4V6, kAbsent, 0, false},
-        {"override alone", {kAbsent, kV4, kAbsent, kAbsent}, kV4, kAbsent, 0, true},
-        {"override taken back", {kV6, kUnknown, kAbsent, kAbsent}, kV6, kAbsent, 0, true},
-        {"override taken back, no common type",
-         {kAbsent, kUnknown, kAbsent, kAbsent},
-         kUnknown,
-         kAbsent,
-         0x3F,
-         false},
-        {"no home type", {kAbsent, kAbsent, kV4, kV4}, kV4, kAbsent, 0x3F, false},
-        {"common type when roaming, not the override",
-         {kV4V6, kV4, kAbsent, kAbsent},
-         kAbsent,
-         kV4V6,
-         0,
-         true},
-        {"no type when roaming", {kAbsent, kV4, kAbsent, kAbsent}, kAbsent, kV4, 0x3F, false},
-        {"both networks", {kV4V6, kV4, kV6, kV6}, kAbsent, kV6, 0, true},
-        {"networks disagree", {kV4V6, kAbsent, kV4, kV6}, kAbsent, kV4, 0x3F, false},
-        {"networks disagree, the other", {kV4V6, kAbsent, kV4, kV6}, kAbsent, kV6, 0x3F, false},
-        {"LTE alone", {kV4V6, kAbsent, kV4, kAbsent}, kAbsent, kV4, 0x3F, false},
-        {"LTE alone and unknown", {kV4V6, kAbsent, kUnknown, kAbsent}, kAbsent, kUnknown, 0, true},
-        {"UMTS alone", {kV4V6, kAbsent, kAbsent, kV4}, kAbsent, kV4, 0x3F, false},
-        {"home agrees, roam does not", {kV4V6, kV4, kV6, kV6}, kV4, kV4, 0, false},
+        {"override at home", "V4V6 V4 - -", "V4 -", 0, true},
+        {"not the common type then", "V4V6 V4 - -", "V4V6 -", 0, false},
+        {"override alone", "- V4 - -", "V4 -", 0, true},
+        {"override taken back", "V6 ? - -", "V6 -", 0, true},
+        {"override taken back, no common type", "- ? - -", "? -", 0x3F, false},
+        {"no home type", "- - V4 V4", "V4 -", 0x3F, false},
+        {"common type when roaming, not the override", "V4V6 V4 - -", "- V4V6", 0, true},
+        {"no type when roaming", "- V4 - -", "- V4", 0x3F, false},
+        {"both networks", "V4V6 V4 V6 V6", "- V6", 0, true},
+        {"networks disagree", "V4V6 - V4 V6", "- V4", 0x3F, false},
+        {"networks disagree, the other", "V4V6 - V4 V6", "- V6", 0x3F, false},
+        {"LTE alone", "V4V6 - V4 -", "- V4", 0x3F, false},
+        {"LTE alone and unknown", "V4V6 - ? -", "- ?", 0, true},
+        {"UMTS alone", "V4V6 - - V4", "- V4", 0x3F, false},
+        {"home agrees, roam does not", "V4V6 V4 V6 V6", "V4 V4", 0, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         FilterProfileParams filter;
-        if (c.home) filter.setHomeIPType(*c.home);
-        if (c.roam) filter.setRoamIPType(*c.roam);
+        setTypes(filter, c.asked);
         filter.addFilterMatchCriteria(c.criteria);
 
-        EXPECT_EQ(newProfile(c.held)->match(filter), c.matches);
+        EXPECT_EQ(profileWith(c.held)->match(filter), c.matches);
     }
 }
 
@@ -653,48 +653,30 @@ TEST(DiffTest, HoldsOnlyWhatMustChangeIn3gpp) {
 TEST(DiffTest, WorksOutTheModemsIPTypesWhateverIsWanted) {
     const struct {
         const char* name;
-        IPTypes held;
-        std::optional<IPType> home, roam;
+        const char *held, *wanted;
         const char* difference;  // null: none
     } cases[] = {
-        {"home type", {kV4, kAbsent, kAbsent, kAbsent}, kV6, kAbsent, "CommonIPType=V6,"},
-        {"roam type beside a home type",
-         {kV4, kAbsent, kAbsent, kAbsent},
-         kAbsent,
-         kV6,
+        {"home type", "V4 - - -", "V6 -", "CommonIPType=V6,"},
+        {"roam type beside a home type", "V4 - - -", "- V6",
          "CommonIPType=V4V6,OverrideHomeIPType=V4,LteRoamIP=V6,UmtsRoamIP=V6,"},
-        {"home type beside a roam type",
-         {kV4V6, kV4, kV6, kV6},
-         kV6,
-         kAbsent,
+        {"home type beside a roam type", "V4V6 V4 V6 V6", "V6 -",
          "CommonIPType=V6,OverrideHomeIPType=UNKNOWN,"},
-        {"types that stand already", {kV4V6, kV4, kV6, kV6}, kV4, kAbsent, nullptr},
-        {"override no longer needed",
-         {kV4V6, kV4, kV4, kV4},
-         kV4,
-         kV4,
+        {"types that stand already", "V4V6 V4 V6 V6", "V4 -", nullptr},
+        {"override no longer needed", "V4V6 V4 V4 V4", "V4 V4",
          "CommonIPType=V4,OverrideHomeIPType=UNKNOWN,"},
-        {"override taken back already", {kV4, kUnknown, kV4, kV4}, kV4, kAbsent, nullptr},
-        {"inconsistent types repair themselves",
-         {kV4, kAbsent, kV6, kV6},
-         kAbsent,
-         kAbsent,
+        {"override taken back already", "V4 ? V4 V4", "V4 -", nullptr},
+        {"inconsistent types repair themselves", "V4 - V6 V6", "- -",
          "CommonIPType=V4V6,OverrideHomeIPType=V4,"},
-        {"networks that disagree", {kV4, kAbsent, kV6, kV4}, kV4, kAbsent, nullptr},
-        {"networks that disagree, one to change",
-         {kV4, kAbsent, kV6, kV4},
-         kAbsent,
-         kV4,
-         "LteRoamIP=V4,"},
-        {"one network is missing", {kV4, kAbsent, kV4, kAbsent}, kAbsent, kV4, "UmtsRoamIP=V4,"},
+        {"networks that disagree", "V4 - V6 V4", "V4 -", nullptr},
+        {"networks that disagree, one to change", "V4 - V6 V4", "- V4", "LteRoamIP=V4,"},
+        {"one network is missing", "V4 - V4 -", "- V4", "UmtsRoamIP=V4,"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         ModifyProfileParams wanted;
-        if (c.home) wanted.setHomeIPType(*c.home);
-        if (c.roam) wanted.setRoamIPType(*c.roam);
+        setTypes(wanted, c.wanted);
 
-        const auto difference = newProfile(c.held)->diff(wanted);
+        const auto difference = profileWith(c.held)->diff(wanted);
 
         EXPECT_EQ(
             difference ? difference->dump() : "none",
