@@ -54,6 +54,13 @@ class RecordedLog {
         });
     }
 
+    size_t countContaining(std::string_view part) const {
+        const std::lock_guard lock(record->mutex);
+        return static_cast<size_t>(std::count_if(
+            record->lines.begin(), record->lines.end(),
+            [&](const Line& line) { return line.text.find(part) != std::string::npos; }));
+    }
+
     bool contains(std::string_view exactText) const { return count(exactText) != 0; }
     bool contains(LogLevel level, std::string_view exactText) const {
         return count(level, exactText) != 0;

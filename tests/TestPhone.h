@@ -1,0 +1,110 @@
+// TestPhone: what the engine's tests stand on: the software modem, a record of the log, and an
+// engine that can be brought to rest.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <softmodem/SoftModem.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ClientRequestManager.h"
+#include "EventFd.h"
+#include "ProfileCache.h"
+#include "TestLog.h"
+
+namespace zem {
+
+using softmodem::Fault;
+using softmodem::FaultKind;
+using softmodem::SoftModem;
+using softmodem::Tech;
+
+// A modem at the beginning for each test, and no handle left open after it.
+class ModemTest : public testing::Test {
+  protected:
+    ModemTest() : modem(SoftModem::instance()) {
+        modem.reset();
+        modem.clearRequests();
+        modem.setHurry(true);
+    }
+
+    ~ModemTest() override {
+        EXPECT_TRUE(modem.waitUntilIdle());
+        const auto counters = modem.counters();
+        EXPECT_EQ(counters.openClients, 0u);
+        EXPECT_EQ(counters.openNotifiers, 0u);
+    }
+
+    // The bytes of each request of that id, oldest first.
+    std::vector<std::vector<uint8_t>> sent(unsigned messageId) const {
+        std::vector<std::vector<uint8_t>> found;
+        for (const auto& request : modem.requests()) {
+            if (request.messageId == messageId) found.push_back(request.bytes);
+        }
+        return found;
+    }
+
+    // Brings modem and engine to rest: until two passes of the engine, each of which is to handle
+    // one event of its own, handle no other. Two, because the first may overtake an event that is
+    // reported together with its own.
+    void settle(const RecordedLog& lines, const std::function<void()>& pass) const {
+        const auto handled = [&lines] { return lines.countContaining("is processing events"); };
+        const auto passTwice = [&pass] {
+            pass();
+            pass();
+        };
+        passTwice();  // what was being handled is now done with
+        for (bool atRest = false; !atRest;) {
+            const size_t before = handled();
+            ASSERT_TRUE(modem.waitUntilIdle());
+            passTwice();
+            atRest = handled() == before + 2;
+        }
+    }
+
+    SoftModem& modem;
+    RecordedLog log;
+};
+
+// An event loop that the test itself steps.
+class SteppedLoop {
+  public:
+    SteppedLoop() : mark(EventFd::create()) {
+        loop.addEventHandler(mark.get(), handleMark, this, nullptr, EPOLLIN);
+    }
+    ~SteppedLoop() { loop.removeEventHandler(mark.get()); }
+
+    // Handles all that is pending: the mark, being last, comes last.
+    void pass() {
+        mark.signal();
+        for (marked = false; !marked;) loop.processEvents();
+    }
+
+    EventManager loop;
+
+  private:
+    static void handleMark(int fd, void* arg) {
+        drain(fd, sizeof(uint64_t), LOG_ERROR);
+        static_cast<SteppedLoop*>(arg)->marked = true;
+    }
+
+    EventFd mark;
+    bool marked = false;
+};
+
+inline ProfileParams named(const std::string& apn) {
+    ProfileParams params;
+    params.setApnName(apn);
+    return params;
+}
+
+inline AddProfileParams transient(const std::string& apn, TechType tech = TechType::TECH_3GPP) {
+    return {named(apn), false, tech, false};
+}
+
+}  // namespace zem

@@ -1,0 +1,314 @@
+// The engine: its hand-off, its dispatch, its beginning and its end.
+
+#include <dirent.h>
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <random>
+#include <thread>
+
+#include "CallbackRequest.h"
+#include "TestPhone.h"
+
+namespace zem {
+namespace {
+
+constexpr TechType k3gpp = TechType::TECH_3GPP;
+
+size_t entriesOf(const char* folder) {
+    size_t entries = 0;
+    DIR* const dir = opendir(folder);
+    while (readdir(dir)) ++entries;
+    closedir(dir);
+    return entries;
+}
+
+// A key that the cache did not make.
+class ForeignKey : public IProfileKey {
+  public:
+    int getProfileId() override { return 1; }
+    TechType getTechType() override { return k3gpp; }
+    void registerExpirationListener(std::function<void()>) override {}
+    std::string dump() override { return "foreign"; }
+};
+
+class EngineTest : public ModemTest {
+  protected:
+    ~EngineTest() override {
+        modem.clearFaults();
+        if (engine) settle();
+    }
+
+    void start(int instance = 0) {
+        engine = std::make_unique<ClientRequestManager>(instance);
+        settle();
+    }
+
+    // A request that is answered after all events that came before it.
+    void settle() {
+        ModemTest::settle(
+            log, [this] { engine->processClientRequest(std::make_shared<GetRequest>(nullptr)); });
+    }
+
+    std::string ask(const std::shared_ptr<ClientRequest>& request) {
+        const auto response = engine->processClientRequest(request);
+        return response ? response->dump() : "none";
+    }
+
+    std::shared_ptr<IProfileKey> add(const std::string& apn) {
+        const auto response = std::dynamic_pointer_cast<AddResponse>(
+            engine->processClientRequest(std::make_shared<AddRequest>(transient(apn))));
+        return response ? response->getAddProfileKey() : nullptr;
+    }
+
+    // A handle to the engine that outlives it, as keys have: taken from a key that is let go at
+    // once.
+    std::unique_ptr<ClientRequestManager> engine;
+};
+
+TEST_F(EngineTest, EachRequestGetsItsAnswerAndDuringARefreshItsRefusal) {
+    start();
+    const auto key = add("net");
+    const auto id = key->dump();
+    auto expired = add("gone");
+    engine->processClientRequest(std::make_shared<DeleteRequest>(expired));
+    const auto foreign = std::make_shared<ForeignKey>();
+    const auto release = [] {
+        auto request = std::make_shared<CallbackRequest>();
+        request->setReleaseToken(~0ul);
+        return request;
+    };
+    const auto listen = [&](std::function<void()> callback) {
+        auto request = std::make_shared<CallbackRequest>();
+        request->setExpirationInfo(std::move(callback), key,
+                                   std::dynamic_pointer_cast<ProfileKey>(key)->getToken());
+        return request;
+    };
+    const ModifyProfileParams rename{named("other")};
+    const struct {
+        std::shared_ptr<ClientRequest> request;
+        std::string answer, refusal;
+    } cases[] = {
+        {std::make_shared<AddRequest>(transient("x", TechType(5))), "Add Success ", "Add Failure "},
+        {std::make_shared<ModifyRequest>(rename, key), "Modify Success", "Modify Failure"},
+        {std::make_shared<ModifyRequest>(rename, nullptr), "Modify Failure", "Modify Failure"},
+        {std::make_shared<ModifyRequest>(rename, foreign), "Modify Failure", "Modify Failure"},
+        {std::make_shared<ModifyRequest>(rename, expired), "Modify Failure", "Modify Failure"},
+        {std::make_shared<FilterRequest>(FilterProfileParams(named("none"))), "Filter Success ",
+         "Filter Failure "},
+        {std::make_shared<MatchRequest>(FilterProfileParams(), key), "Match Success true",
+         "Match Failure false"},
+        {std::make_shared<MatchRequest>(FilterProfileParams(named("none")), key),
+         "Match Success false", "Match Failure false"},
+        {std::make_shared<MatchRequest>(FilterProfileParams(), expired), "Match Success false",
+         "Match Failure false"},
+        {std::make_shared<MatchRequest>(FilterProfileParams(), nullptr), "Match Failure false",
+         "Match Failure false"},
+        {std::make_shared<MatchRequest>(FilterProfileParams(), foreign), "Match Failure false",
+         "Match Failure false"},
+        {std::make_shared<GetRequest>(key),
+         "Get Success ApnName=other,IsZemProfile=true,IsIAProfile=false,", "Get Failure "},
+        {std::make_shared<GetRequest>(expired), "Get Failure ", "Get Failure "},
+        {std::make_shared<GetRequest>(foreign), "Get Failure ", "Get Failure "},
+        {std::make_shared<CallbackRequest>(), "Callback Failure", "Callback Failure"},
+        {release(), "Callback Failure", "Callback Failure"},
+        {listen([] {}), "Callback Failure", "Callback Failure"},
+        {listen(nullptr), "Callback Failure", "Callback Failure"},
+        {std::make_shared<ClientRequest>(ADD), "Add Failure ", "Add Failure "},
+        {std::make_shared<ClientRequest>(MODIFY), "Modify Failure", "Modify Failure"},
+        {std::make_shared<ClientRequest>(FILTER), "Filter Failure ", "Filter Failure "},
+        {std::make_shared<ClientRequest>(MATCH), "Match Failure false", "Match Failure false"},
+        {std::make_shared<ClientRequest>(GET), "Get Failure ", "Get Failure "},
+        {std::make_shared<ClientRequest>(CALLBACK), "Callback Failure", "Callback Failure"},
+        {std::make_shared<DeleteRequest>(foreign), "Delete Failure", "Delete Failure"},
+        {std::make_shared<DeleteRequest>(key), "Delete Success", "Delete Failure"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.request->dump());
+        EXPECT_EQ(ask(each.request), each.answer);
+    }
+    settle();
+    ASSERT_EQ(ask(std::make_shared<RefreshRequest>(START)), "Refresh Success");
+    modem.clearRequests();
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.request->dump());
+        EXPECT_EQ(ask(each.request), each.refusal);
+    }
+    EXPECT_EQ(modem.counters().requestsTotal, 0u);
+    ASSERT_EQ(ask(std::make_shared<RefreshRequest>(COMPLETE)), "Refresh Success");
+    EXPECT_NE(add("again"), nullptr);
+}
+
+TEST_F(EngineTest, ReleaseIsAnsweredByWhetherTheCacheKnowsTheToken) {
+    start();
+    const auto key = add("net");
+    const auto release = std::make_shared<CallbackRequest>();
+    release->setReleaseToken(std::dynamic_pointer_cast<ProfileKey>(key)->getToken());
+    EXPECT_EQ(ask(release), "Callback Success");
+    EXPECT_EQ(ask(release), "Callback Failure");
+    EXPECT_TRUE(log.contains("Handling " + release->dump()));
+}
+
+TEST_F(EngineTest, WakeUpWithoutARequestOnlyReturns) {
+    start();
+    const EventFd fd = EventFd::create();
+    log.clear();
+    ClientRequestManager::handleClientRequest(fd.get(), engine.get());
+    EXPECT_EQ(log.lines(), (std::vector<Line>{{LOG_DEBUG, ":77:handleClientRequest"}}));
+    log.clear();
+    ClientRequestManager::handleClientRequest(-1, nullptr);
+    EXPECT_TRUE(log.contains(LOG_ERROR, "Error while clearing the read buffer on fd -1"));
+    EXPECT_TRUE(log.contains(LOG_ERROR, "arg is null"));
+}
+
+TEST_F(EngineTest, UnanswerableRequestWaitsForTheEndOfItsEngine) {
+    for (const auto type : {ReqRespType(8), REFRESH}) {
+        start();
+        log.clear();
+        auto waiter = std::async(std::launch::async, [&] {
+            return engine->processClientRequest(std::make_shared<ClientRequest>(type));
+        });
+        ASSERT_TRUE(log.waitFor("Handling " + nameOf(type) + " "));
+        engine.reset();
+        EXPECT_EQ(waiter.get(), nullptr);
+    }
+}
+
+TEST_F(EngineTest, KeyOutlivesItsEngine) {
+    start();
+    auto key = add("net");
+    engine.reset();
+    log.clear();
+    key->registerExpirationListener([] {});
+    EXPECT_TRUE(log.contains(LOG_ERROR, "error in writing rv: -1 error: Bad file descriptor"));
+    key.reset();
+    EXPECT_EQ(modem.profiles().size(), 1u);
+}
+
+TEST_F(EngineTest, CallFromAListenerIsRefused) {
+    start();
+    auto key = add("net");
+    std::promise<bool> refused;
+    key->registerExpirationListener([&] {
+        refused.set_value(!engine->processClientRequest(std::make_shared<GetRequest>(nullptr)));
+    });
+    modem.deleteProfile(Tech::k3gpp, static_cast<unsigned>(key->getProfileId()));
+    EXPECT_TRUE(refused.get_future().get());
+    EXPECT_TRUE(log.contains(LOG_ERROR, "request refused on the engine thread: Get "));
+}
+
+TEST_F(EngineTest, ListenerThatOwnsItsKeyDoesNotHangTheEngine) {
+    start();
+    auto key = add("net");
+    const auto index = static_cast<unsigned>(key->getProfileId());
+    key->registerExpirationListener([owned = key] {});
+    key.reset();
+    modem.deleteProfile(Tech::k3gpp, index);
+    settle();
+    EXPECT_TRUE(log.contains(LOG_DEBUG, "~ProfileKey"));
+}
+
+TEST_F(EngineTest, ListenersRunBeforeTheClientIsReleasedAtTheEnd) {
+    start();
+    const auto key = add("net");
+    unsigned clients = 0;
+    key->registerExpirationListener([&] { clients = modem.counters().openClients; });
+    engine.reset();
+    EXPECT_EQ(clients, 1u);
+}
+
+// The caller may drop a key before the engine has let go of what it used to answer.
+TEST_F(EngineTest, KeysDroppedAtOnceNeverDieOnTheEngine) {
+    start();
+    for (int i = 0; i < 2000; ++i) {
+        auto key = add("net");
+        ASSERT_NE(key, nullptr);
+        if (i % 2 == 0) key->registerExpirationListener([] {});
+        key.reset();
+    }
+    settle();
+    EXPECT_EQ(modem.profiles().size(), 0u);
+    EXPECT_EQ(engine->dump(), (std::vector<std::string>{"Cache:", "Pending:"}));
+}
+
+TEST_F(EngineTest, RequestThatOwnsTheLastKeyMayBeHandedOver) {
+    start();
+    for (int i = 0; i < 200; ++i) {
+        ask(std::make_shared<ModifyRequest>(ModifyProfileParams(named("x")), add("net")));
+        ask(std::make_shared<DeleteRequest>(add("net")));
+    }
+    settle();
+    EXPECT_EQ(modem.profiles().size(), 0u);
+}
+
+TEST_F(EngineTest, ThousandEnginesBuiltAndAtOnceDestroyedLeaveNothing) {
+    start();
+    engine.reset();
+    const size_t descriptors = entriesOf("/proc/self/fd");
+    const size_t threads = entriesOf("/proc/self/task");
+    for (int i = 0; i < 1000; ++i) ClientRequestManager(0);
+    ASSERT_TRUE(modem.waitUntilIdle());
+    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
+    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+}
+
+TEST_F(EngineTest, SecondEngineServesWhileKeysOfTheFirstAreHeld) {
+    start();
+    auto old = add("old");
+    auto next = std::make_unique<ClientRequestManager>(0);
+    engine.swap(next);
+    settle();
+    auto key = add("new");
+    next.reset();
+    old.reset();
+    EXPECT_EQ(ask(std::make_shared<GetRequest>(key)).substr(0, 11), "Get Success");
+}
+
+TEST_F(EngineTest, ThousandRestartsInTheMiddleOfRequests) {
+    constexpr int kRestarts = 1000;
+    start();
+    std::atomic<int> restarts{0};
+    std::minstd_rand dice;
+    modem.setRequestHook([&](const softmodem::Request&) {
+        if (restarts < kRestarts && dice() % 8 == 0) {
+            ++restarts;
+            modem.restart();
+        }
+    });
+    std::vector<std::shared_ptr<IProfileKey>> keys;
+    unsigned added = 0;
+    for (unsigned i = 0; restarts < kRestarts; ++i) {
+        auto key = add("apn" + std::to_string(i % 7));
+        if (key) {
+            ++added;
+            ask(std::make_shared<ModifyRequest>(ModifyProfileParams(named("changed")), key));
+            if (i % 3 == 0) keys.push_back(std::move(key));
+        }
+        if (keys.size() > 20) keys.clear();
+    }
+    modem.setRequestHook(nullptr);
+    EXPECT_GT(added, 0u);
+    keys.clear();
+    settle();
+
+    // What the modem stores and what the cache holds are the same, but for entries whose modem went
+    // away while they were created or deleted: those the next word of the modem corrects.
+    modem.restart();
+    settle();
+    modem.createProfile({Tech::k3gpp, 0, {{"apn_name", "kept"}}});
+    settle();
+    std::vector<std::string> cached;
+    for (const auto& line : engine->dump()) {
+        if (line.find("TechType=") != std::string::npos) {
+            cached.push_back(line.substr(line.find("ApnName=")));
+        }
+    }
+    EXPECT_EQ(modem.profiles().size(), 1u);
+    EXPECT_EQ(cached, std::vector<std::string>{"ApnName=kept,"});
+    EXPECT_EQ(modem.counters().openClients, 1u);
+    EXPECT_EQ(modem.counters().openNotifiers, 0u);
+}
+
+}  // namespace
+}  // namespace zem

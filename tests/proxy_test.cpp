@@ -1,0 +1,342 @@
+// The proxy in front of the software modem, its loop stepped by hand.
+
+#include <cstring>
+
+#include "Modem3gpp2Profile.h"
+#include "Modem3gppProfile.h"
+#include "TestPhone.h"
+#include "ZapWdsProxy.h"
+
+namespace zem {
+namespace {
+
+class ProxyTest : public ModemTest {
+  protected:
+    void open() {
+        proxy = std::make_unique<ZapWdsProxy>(stepped.loop, 2);
+        proxy->registerProfileChangedInd(
+            [this](ProfileChangedInd ind) { changes.push_back(ind.dump()); });
+        settle();
+        changes.clear();
+    }
+    void settle() {
+        ModemTest::settle(log, [this] { stepped.pass(); });
+    }
+
+    SteppedLoop stepped;
+    std::unique_ptr<ZapWdsProxy> proxy;
+    std::vector<std::string> changes;
+};
+
+// Zeros but for the bytes named.
+std::vector<uint8_t> message(size_t size, const std::vector<std::pair<size_t, uint8_t>>& bytes) {
+    std::vector<uint8_t> whole(size);
+    for (const auto& [offset, value] : bytes) whole[offset] = value;
+    return whole;
+}
+
+TEST_F(ProxyTest, ServiceUpOpensBindsAndRegistersByteForByte) {
+    open();
+    const auto requests = modem.requests();
+    ASSERT_GE(requests.size(), 3u);
+    EXPECT_EQ(requests[0].messageId, 0x00AFu);
+    EXPECT_EQ(requests[0].bytes, message(4, {{0, 2}}));
+    EXPECT_EQ(requests[1].messageId, 0x0003u);
+    EXPECT_EQ(requests[1].bytes, message(398, {{32, 1}, {33, 1}}));
+    EXPECT_EQ(requests[2].messageId, 0x00A7u);
+    EXPECT_EQ(requests[2].bytes,
+              message(2052, {{0, 1}, {4, 1}, {8, 0xFF}, {12, 0xFF}, {2048, 1}, {2049, 1}}));
+    EXPECT_EQ(modem.counters().openClients, 1u);
+    EXPECT_EQ(modem.counters().openNotifiers, 0u);
+}
+
+TEST_F(ProxyTest, FailedRegistrationIsLoggedAndTheNextIsSent) {
+    static constexpr struct {
+        unsigned messageId;
+        const char* failure;
+        const char* success;
+    } kCases[] = {
+        {0x00AF, "Unable send bind req message", "ZapWdsProxy bind register request successful!"},
+        {0x0003, "Unable send indication req message",
+         "ZapWdsProxy indication register request successful!"},
+        {0x00A7, "Unable send config req message",
+         "ZapWdsProxy config register request successful!"},
+    };
+    for (const auto& failing : kCases) {
+        for (const auto kind : {FaultKind::kRefuse, FaultKind::kSendError, FaultKind::kTimeOut}) {
+            SCOPED_TRACE(failing.failure);
+            modem.reset();
+            modem.clearRequests();
+            modem.setHurry(true);
+            log.clear();
+            modem.addFault({kind, failing.messageId});
+            open();
+            for (const auto& each : kCases) {
+                EXPECT_EQ(sent(each.messageId).size(), 1u);
+                // A modem that is not bound refuses the other two as well.
+                const bool fails = each.messageId == failing.messageId ||
+                                   (failing.messageId == 0x00AF && kind != FaultKind::kSendError);
+                EXPECT_EQ(log.count(LOG_ERROR, each.failure), fails ? 1u : 0u);
+                EXPECT_EQ(log.count(LOG_DEBUG, each.success), fails ? 0u : 1u);
+            }
+            proxy.reset();
+        }
+    }
+}
+
+TEST_F(ProxyTest, RestartReleasesTheClientAndRegistersAnew) {
+    open();
+    modem.goDown();
+    settle();
+    EXPECT_EQ(modem.counters().openClients, 0u);
+    EXPECT_EQ(modem.counters().openNotifiers, 1u);
+    EXPECT_EQ(log.count(LOG_INFO, "Handling modem down"), 1u);
+    EXPECT_FALSE(proxy->remove(TechType::TECH_3GPP, 1));
+    modem.comeUp();
+    settle();
+    EXPECT_EQ(modem.counters().openClients, 1u);
+    EXPECT_EQ(modem.counters().openNotifiers, 0u);
+    EXPECT_EQ(sent(0x00A7).size(), 2u);
+    EXPECT_EQ(changes, std::vector<std::string>{"3GPP:0 ProfileReady"});
+}
+
+TEST_F(ProxyTest, RepeatedErrorsAndServiceUpsLeakNoHandle) {
+    open();
+    for (int i = 0; i < 2; ++i) {
+        ZapWdsProxy::zapErrorCb(nullptr, 1, proxy.get());
+        stepped.pass();
+        ZapWdsProxy::zapErrorCb(nullptr, 1, proxy.get());
+        settle();
+    }
+    ZapWdsProxy::zapNotifyCb(nullptr, nullptr, ZAP_SERVICE_UP, proxy.get());
+    settle();
+    EXPECT_TRUE(
+        log.contains("ZapWdsProxy client is already present, so skipping client initialization."));
+    EXPECT_EQ(modem.counters().openClients, 1u);
+    EXPECT_EQ(modem.counters().openNotifiers, 0u);
+}
+
+TEST_F(ProxyTest, EventCodesBecomeEvents) {
+    open();
+    static constexpr struct {
+        uint32_t tech;
+        unsigned index;
+        uint32_t event;
+        const char* change;
+    } kCases[] = {
+        {0, 1, 1, "3GPP:1 Create"},
+        {1, 2, 2, "3GPP2:2 Delete"},
+        {0, 255, 3, "3GPP:255 Modify"},
+        {0, 0, 4, "3GPP:0 SubscriptionChange"},
+        {0, 0, 5, "3GPP:0 ProfileReady"},
+        {0, 0, 0, "3GPP:0 ProfileReady"},
+        {7, 3, 0x80000000u, "3GPP:3 ProfileReady"},
+    };
+    for (const auto& each : kCases) {
+        SCOPED_TRACE(each.change);
+        changes.clear();
+        modem.indicate(each.tech, each.index, each.event, 2);
+        settle();
+        EXPECT_EQ(changes, std::vector<std::string>{each.change});
+    }
+    EXPECT_EQ(log.count(LOG_DEBUG, "Unknown tech type 7"), 1u);
+}
+
+TEST_F(ProxyTest, QueuedIndicationsAreAllHandledOldestFirst) {
+    open();
+    for (unsigned index = 1; index <= 3; ++index) modem.indicate(0, index, 3, 2);
+    ASSERT_TRUE(modem.waitUntilIdle());
+    log.clear();
+    stepped.pass();
+    EXPECT_EQ(changes,
+              (std::vector<std::string>{"3GPP:1 Modify", "3GPP:2 Modify", "3GPP:3 Modify"}));
+    EXPECT_TRUE(log.contains("ZapWdsProxy: handleIndication indQueue.size[3]"));
+    EXPECT_TRUE(log.contains("ZapWdsProxy: handleIndication indQueue.size[0]"));
+}
+
+TEST_F(ProxyTest, BadIndicationsAreLoggedAndDropped) {
+    open();
+    static constexpr struct {
+        FaultKind kind;
+        LogLevel level;
+        const char* line;
+    } kCases[] = {
+        {FaultKind::kUndecodableIndication, LOG_ERROR,
+         "Unable to decode the nr status ind message"},
+        {FaultKind::kInvalidIndication, LOG_ERROR, "Profile changed ind TLV is not valid"},
+        {FaultKind::kEmptyIndication, LOG_ERROR,
+         "The ind_cb_data/ind_buf is null or ind_buf_len is 0"},
+    };
+    for (const auto& each : kCases) {
+        SCOPED_TRACE(each.line);
+        log.clear();
+        changes.clear();
+        modem.addFault({each.kind, 0x0027});
+        Modem3gppProfile profile(named("a"));
+        ASSERT_TRUE(proxy->add(profile));
+        settle();
+        EXPECT_GE(log.count(each.level, each.line), 1u);
+        EXPECT_TRUE(changes.empty());
+    }
+    modem.indicateRaw(0x1234, {1, 2, 3});
+    settle();
+    EXPECT_EQ(log.count(LOG_VERBOSE, "Unknown message ID 4660 received"), 1u);
+    EXPECT_TRUE(changes.empty());
+}
+
+TEST_F(ProxyTest, NullArgumentsAreLoggedAndDropped) {
+    const EventFd fd = EventFd::create();
+    unsigned char byte = 1;
+    const struct {
+        std::function<void()> call;
+        const char* line;
+    } cases[] = {
+        {[&] { ZapWdsProxy::zapNotifyCb(nullptr, nullptr, ZAP_SERVICE_UP, nullptr); },
+         "ZapWdsProxy instance is null"},
+        {[&] { ZapWdsProxy::zapErrorCb(nullptr, 1, nullptr); }, "ZapWdsProxy NULL in zapErrorCb"},
+        {[&] { ZapWdsProxy::zapIndCb(nullptr, 0xA8, &byte, 1, nullptr); },
+         "The ind_cb_data/ind_buf is null or ind_buf_len is 1"},
+        {[&] { ZapWdsProxy::zapIndCb(nullptr, 0xA8, nullptr, 5, &byte); },
+         "The ind_cb_data/ind_buf is null or ind_buf_len is 5"},
+        {[&] { ZapWdsProxy::handleSvcUp(fd.get(), nullptr); }, "ZapWdsProxy instance is null"},
+        {[&] { ZapWdsProxy::handleError(fd.get(), nullptr); }, "arg is null"},
+        {[&] { ZapWdsProxy::handleIndication(fd.get(), nullptr); },
+         "ZapWdsProxy nullptr in handleIndication"},
+        {[&] { ZapWdsProxy::handleIndication(-1, nullptr); },
+         "Error while clearing the read buffer on fd -1"},
+        {[&] { ZapWdsProxy::zapNotifyCb(nullptr, nullptr, ZAP_SERVICE_DOWN, &byte); },
+         "ZapWdsProxy notify cb: unsupported service event"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.line);
+        log.clear();
+        fd.signal();
+        each.call();
+        EXPECT_EQ(log.count(LOG_ERROR, each.line), 1u);
+    }
+}
+
+TEST_F(ProxyTest, EachOperationReportsRefusalTimeOutAndSendError) {
+    open();
+    Modem3gppProfile profile(named("a"));
+    const struct {
+        unsigned messageId;
+        const char* name;
+        std::function<bool()> call;
+    } cases[] = {
+        {0x0027, "ZAP_WDS_CREATE_PROFILE_REQ_V01", [&] { return proxy->add(profile); }},
+        {0x0028, "ZAP_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01",
+         [&] { return proxy->modify(profile, TechType::TECH_3GPP, profile.getProfileId()); }},
+        {0x002B, "ZAP_WDS_GET_PROFILE_SETTINGS_REQ_V01",
+         [&] { return proxy->get(TechType::TECH_3GPP, profile.getProfileId()) != nullptr; }},
+        {0x002A, "ZAP_WDS_GET_PROFILE_LIST_REQ_V01",
+         [&] { return !proxy->getAllProfiles().empty(); }},
+        {0x0029, "ZAP_WDS_DELETE_PROFILE_REQ_V01",
+         [&] {
+             Modem3gppProfile fresh(named("b"));  // a lost answer does not bring a profile back
+             return proxy->add(fresh) && proxy->remove(TechType::TECH_3GPP, fresh.getProfileId());
+         }},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        const std::string failure = std::string("Unable send ") + each.name + " message";
+        for (const auto kind : {FaultKind::kRefuse, FaultKind::kTimeOut, FaultKind::kSendError}) {
+            log.clear();
+            const int id = profile.getProfileId();
+            modem.addFault({kind, each.messageId});
+            EXPECT_FALSE(each.call());
+            EXPECT_EQ(log.count(LOG_ERROR, failure), 1u);
+            if (each.messageId == 0x0027) {
+                EXPECT_EQ(profile.getProfileId(), id);
+            }
+            modem.clearFaults();
+        }
+        log.clear();
+        EXPECT_TRUE(each.call());
+        EXPECT_GE(
+            log.count(LOG_API, std::string("ZapWdsProxy ") + each.name + " request successful!"),
+            1u);
+    }
+}
+
+TEST_F(ProxyTest, IdentifiersGoOutWithOneByteOfIndex) {
+    open();
+    static constexpr struct {
+        TechType tech;
+        int id;
+        uint8_t type, index;
+    } kCases[] = {
+        {TechType::TECH_3GPP, 260, 0, 4},
+        {TechType::TECH_3GPP2, 3, 1, 3},
+        {TechType(9), -1, 0, 0xFF},
+    };
+    for (const auto& each : kCases) {
+        modem.clearRequests();
+        const auto bytes = message(8, {{0, each.type}, {4, each.index}});
+        proxy->remove(each.tech, each.id);
+        proxy->get(each.tech, each.id);
+        proxy->modify(Modem3gppProfile(named("a")), each.tech, each.id);
+        EXPECT_EQ(sent(0x0029), std::vector<std::vector<uint8_t>>{bytes});
+        EXPECT_EQ(sent(0x002B), std::vector<std::vector<uint8_t>>{bytes});
+        ASSERT_EQ(sent(0x0028).size(), 1u);
+        EXPECT_EQ(memcmp(sent(0x0028)[0].data(), bytes.data(), bytes.size()), 0);
+    }
+    EXPECT_EQ(sent(0x002A), std::vector<std::vector<uint8_t>>{});
+}
+
+TEST_F(ProxyTest, AllProfilesAreReadInOrderAndFailuresShortenTheList) {
+    modem.createProfileAt({Tech::k3gpp, 9, {{"apn_name", "nine"}}}, 2);
+    modem.createProfileAt({Tech::k3gpp, 4, {{"apn_name", "four"}}}, 2);
+    modem.createProfileAt({Tech::k3gpp2, 4, {{"apn_string_3gpp2", "two"}}}, 2);
+    open();
+    const auto read = [this] {
+        std::string all;
+        for (const auto& profile : proxy->getAllProfiles()) {
+            all += profile ? profile->getApnName() + " " : "null ";
+        }
+        return all;
+    };
+    modem.clearRequests();
+    EXPECT_EQ(read(), "four nine two ");
+    EXPECT_EQ(sent(0x002A), (std::vector<std::vector<uint8_t>>{message(8, {{0, 1}}),
+                                                               message(8, {{0, 1}, {4, 1}})}));
+    modem.addFault({FaultKind::kRefuse, 0x002B, 1, 1});
+    EXPECT_EQ(read(), "four null two ");
+    modem.addFault({FaultKind::kRefuse, 0x002A, 1, 1});
+    EXPECT_EQ(read(), "four nine ");
+    modem.clearRequests();
+    modem.addFault({FaultKind::kRefuse, 0x002A});
+    EXPECT_EQ(read(), "");
+    EXPECT_EQ(sent(0x002A).size(), 1u);
+}
+
+TEST_F(ProxyTest, ListOf255IsReadAndA256thEntryAborts) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    for (int i = 0; i < 255; ++i) ASSERT_TRUE(modem.createProfile({Tech::k3gpp, 0, {}}, 2));
+    open();
+    EXPECT_EQ(proxy->getAllProfiles().size(), 255u);
+    modem.addFault({FaultKind::kListCount, 0x002A, 1, 0, 256});
+    EXPECT_DEATH(proxy->getAllProfiles(), "");
+    proxy.reset();
+}
+
+TEST_F(ProxyTest, IndicationsDuringARequestAreOnlyQueued) {
+    open();
+    modem.setRequestHook([this](const softmodem::Request& request) {
+        if (request.messageId == 0x0029) {
+            modem.indicate(0, 1, 3, 2);
+            modem.waitUntilIdle();
+        }
+    });
+    modem.createProfileAt({Tech::k3gpp, 1, {}}, 2);
+    settle();
+    changes.clear();
+    EXPECT_TRUE(proxy->remove(TechType::TECH_3GPP, 1));
+    EXPECT_TRUE(changes.empty());
+    modem.setRequestHook(nullptr);
+    settle();
+    EXPECT_EQ(changes, (std::vector<std::string>{"3GPP:1 Modify", "3GPP:1 Delete"}));
+}
+
+}  // namespace
+}  // namespace zem
