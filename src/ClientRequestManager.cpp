@@ -48,7 +48,8 @@ ClientRequestManager::~ClientRequestManager() {
 
 std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
     std::shared_ptr<ClientRequest> request) {
-    return handoff->call(request);
+    const auto kept = handoff;  // a caller that still waits when the engine goes outlives this object
+    return kept->call(request);
 }
 
 std::vector<std::string> ClientRequestManager::dump() {
