@@ -8,6 +8,7 @@
 
 #include "ProfileConversions.h"
 #include "TestLog.h"
+#include "WireBytes.h"
 
 namespace zem {
 namespace {
@@ -194,7 +195,7 @@ TEST(ConversionsTest, IdentifierHasTypeThenIndexByteAndNoOtherBits) {
         convertToProfileIdentifier(c.techType, c.profileId, identifier);
 
         EXPECT_EQ(convertToProfileIdentifier(c.techType, c.profileId), c.expected);
-        EXPECT_EQ(memcmp(&identifier, &c.expected, sizeof identifier), 0);  // the padding too
+        EXPECT_EQ(bytesOf(identifier), u64(c.expected));  // the padding too
     }
 }
 

@@ -169,9 +169,13 @@ TEST(LocalLogBufferTest, LineHasLocalTimeInMillisecondsThenNameThenMessage) {
         return std::string(text);
     };
 
-    const time_t before = time(nullptr);
+    const auto now = [] {  // time() lags behind the precise clock
+        return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    };
+
+    const time_t before = now();
     buffer.addLogWithTimestamp("say 100% of it");
-    const time_t after = time(nullptr);
+    const time_t after = now();
 
     if (oldZone) {
         setenv("TZ", restore.c_str(), 1);
