@@ -28,9 +28,10 @@ Status toStatus(bool succeeded) {
 }  // namespace
 
 ClientRequestManager::ClientRequestManager(int instance)
-    : cache(eventManager, instance, [handoff = handoff](std::shared_ptr<ClientRequest> request) {
-          return handoff->call(request);
-      }) {
+    : cache(eventManager, instance,
+            [handoff = handoff](const std::shared_ptr<ClientRequest>& request) {
+                return handoff->call(request);
+            }) {
     ZEM_LOG(LOG_DEBUG, "zem::ClientRequestManager: constructor");
     thread = std::thread(&ClientRequestManager::runZemThread, this);
     requestFd = handoff->open();
@@ -47,8 +48,9 @@ ClientRequestManager::~ClientRequestManager() {
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
-    std::shared_ptr<ClientRequest> request) {
-    const auto kept = handoff;  // a caller that still waits when the engine goes outlives this object
+    const std::shared_ptr<ClientRequest>& request) {
+    const auto kept =
+        handoff;  // a caller that still waits when the engine goes outlives this object
     return kept->call(request);
 }
 

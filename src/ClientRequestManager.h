@@ -29,7 +29,8 @@ class ClientRequestManager {
     ClientRequestManager& operator=(const ClientRequestManager&) = delete;
 
     // Caller's thread; blocks until the engine has answered. See Handoff::call.
-    std::shared_ptr<ClientResponse> processClientRequest(std::shared_ptr<ClientRequest> request);
+    std::shared_ptr<ClientResponse> processClientRequest(
+        const std::shared_ptr<ClientRequest>& request);
 
     // Any thread.
     std::vector<std::string> dump();
