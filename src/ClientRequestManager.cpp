@@ -49,8 +49,8 @@ ClientRequestManager::~ClientRequestManager() {
 
 std::shared_ptr<ClientResponse> ClientRequestManager::processClientRequest(
     const std::shared_ptr<ClientRequest>& request) {
-    const auto kept =
-        handoff;  // a caller that still waits when the engine goes outlives this object
+    // A caller that still waits when the engine goes outlives this object.
+    const auto kept = handoff;
     return kept->call(request);
 }
 
