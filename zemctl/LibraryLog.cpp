@@ -1,6 +1,9 @@
 #include "LibraryLog.h"
 
+#include <vector>
+
 #include <android/log.h>
+#include <CLI/CLI.hpp>
 
 namespace zemctl {
 
@@ -17,12 +20,15 @@ constexpr struct {
 
 }  // namespace
 
-std::vector<std::string> logLevelNames() {
+void addLogOption(CLI::App& app, std::string& level) {
     std::vector<std::string> names;
-    for (const auto& level : kLevels) {
-        names.emplace_back(level.name);
+    for (const auto& known : kLevels) {
+        names.emplace_back(known.name);
     }
-    return names;
+    app.add_option("--log", level,
+                   "Show the library's own lines from this level on; passwords are in the clear")
+        ->check(CLI::IsMember(names))
+        ->type_name("LEVEL");
 }
 
 bool setLibraryLog(const std::string& name) {

@@ -2,12 +2,15 @@
 #pragma once
 
 #include <string>
-#include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace zemctl {
 
-// From most lines to fewest.
-std::vector<std::string> logLevelNames();
+// Declares --log.
+void addLogOption(CLI::App& app, std::string& level);
 
 // Lets the library's lines through from that level on; an empty name lets none through. False for
 // an unknown name. Must come before the library is started.

@@ -1,9 +1,7 @@
 #include "LoadCommand.h"
 
 #include <algorithm>
-#include <array>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -15,10 +13,11 @@
 
 #include <zem/Manager.h>
 
-#include "CarrierList.h"
 #include "FilterQuestions.h"
 #include "LibraryLog.h"
 #include "ModemAccess.h"
+#include "ModemView.h"
+#include "OperatorList.h"
 #include "Report.h"
 #include "Settings.h"
 #include "Text.h"
@@ -34,8 +33,7 @@ constexpr int kInstance = 0;
 constexpr zem::TechType kTech = zem::TechType::TECH_3GPP;
 
 struct Options {
-    std::string file;
-    std::string plmn;
+    OperatorOptions source;
     std::string log;
 };
 
@@ -47,10 +45,6 @@ bool isPersistent(const ProfileParams& params) {
 
 std::string kindOf(const ProfileParams& params) {
     return isPersistent(params) ? "persistent" : "transient";
-}
-
-std::string profileName(zem::TechType tech, int index) {
-    return techTypeName(tech) + ':' + std::to_string(index);
 }
 
 std::string profiles(size_t count) {
@@ -80,7 +74,6 @@ class LoadCommand {
 
   private:
     // The steps, in order.
-    void readList();
     bool startLibrary();
     void addProfiles();
     void showStored();
@@ -97,8 +90,6 @@ class LoadCommand {
     void conclude();
 
     bool startModemStep(const std::string& title);
-    std::string place(unsigned line) const;
-    std::string skippedSummary() const;
     std::shared_ptr<zem::IProfileKey> add(const ProfileParams& params);
     std::shared_ptr<zem::IProfileKey> find(const Loaded& profile);
     std::vector<std::string> wrongReadings();
@@ -110,13 +101,15 @@ class LoadCommand {
     const Options options;
     Report report;
     ModemAccess modem;
+    // Not the process's own: the last step stops it and looks for what it left open at the modem.
     std::unique_ptr<zem::Manager> manager;
     CarrierList list;
     std::vector<Loaded> loaded;
 };
 
 int LoadCommand::run() {
-    readList();
+    list = readOperator(options.source);
+    reportOperator(report, options.source, list);
     if (startLibrary()) {
         addProfiles();
         if (!loaded.empty()) {
@@ -135,55 +128,6 @@ int LoadCommand::run() {
     stopLibrary();
     conclude();
     return report.checksFailed() == 0 ? kDone : kRefused;
-}
-
-// --- The carrier list ---
-
-std::string LoadCommand::place(unsigned line) const {
-    return printable(options.file) + ':' + std::to_string(line) + ": ";
-}
-
-std::string LoadCommand::skippedSummary() const {
-    std::map<SkipReason, size_t> reasons;
-    for (const SkippedEntry& entry : list.skipped) {
-        ++reasons[entry.reason];
-    }
-    std::vector<std::string> parts;
-    parts.reserve(reasons.size());
-    for (const auto& [reason, count] : reasons) {
-        parts.push_back(std::to_string(count) + ' ' + skipReasonText(reason));
-    }
-    return std::to_string(list.skipped.size()) + " skipped" +
-           (parts.empty() ? "" : " (" + join(parts, ", ") + ')');
-}
-
-void LoadCommand::readList() {
-    const auto plmn = Plmn::parse(options.plmn);
-    if (!plmn) {
-        throw UsageError("--plmn takes the 5 or 6 digits of MCC and MNC, not '" + options.plmn +
-                         '\'');
-    }
-    try {
-        list = CarrierFile::read(options.file).select(*plmn);
-    } catch (const CarrierFileError& error) {
-        throw UsageError(error.what());
-    }
-    if (list.entries == 0) {
-        throw UsageError(options.file + ": no entry for operator " + options.plmn);
-    }
-
-    report.step("Read " + printable(options.file) + ": operator with MCC " + plmn->mcc + ", MNC " +
-                plmn->mnc);
-    for (const CarrierWarning& warning : list.warnings) {
-        report.line(place(warning.line) + "warning: " + warning.text + ", left out");
-    }
-    for (const SkippedEntry& entry : list.skipped) {
-        report.line(place(entry.line) + "skipped '" + entry.carrier +
-                    "': " + skipReasonText(entry.reason) +
-                    (entry.detail.empty() ? "" : " (" + entry.detail + ')'));
-    }
-    report.line(counted(list.entries, "entry: ", "entries: ") + std::to_string(list.usable.size()) +
-                " to add, " + skippedSummary());
 }
 
 // --- Into the modem ---
@@ -249,36 +193,6 @@ std::optional<StoredProfile> LoadCommand::stored(const Loaded& profile) const {
         }
     }
     return std::nullopt;
-}
-
-std::string shownField(const std::pair<std::string, std::string>& field) {
-    const bool secret = field.first.find("password") != std::string::npos;
-    return secret ? kMask : printable(field.second);
-}
-
-// Name, value before, value after.
-std::vector<std::array<std::string, 3>> changedFields(const std::vector<StoredProfile>& before,
-                                                      const StoredProfile& after) {
-    std::map<std::string, std::array<std::string, 3>> fields;
-    for (const StoredProfile& profile : before) {
-        if (profile.tech == after.tech && profile.index == after.index) {
-            for (const auto& field : profile.fields) {
-                fields[field.first] = {field.first, shownField(field), "-"};
-            }
-        }
-    }
-    for (const auto& field : after.fields) {
-        auto [entry, isNew] =
-            fields.try_emplace(field.first, std::array<std::string, 3>{field.first, "-", ""});
-        entry->second[2] = shownField(field);
-    }
-    std::vector<std::array<std::string, 3>> changed;
-    for (const auto& [name, values] : fields) {
-        if (values[1] != values[2]) {
-            changed.push_back(values);
-        }
-    }
-    return changed;
 }
 
 void LoadCommand::showStored() {
@@ -447,18 +361,15 @@ void LoadCommand::modifyProfile() {
 
     Table table({"STORED FIELD", "BEFORE", "AFTER"});
     std::vector<std::string> others;
-    for (const StoredProfile& profile : after) {
-        const std::string name = profileName(profile.tech, profile.index);
-        for (const auto& [field, was, is] : changedFields(before, profile)) {
-            table.row({field, was, is});
-            if (name != chosen.name()) {
-                others.push_back(join({name, field, "was", was, "is", is}, " "));
-            }
+    for (const auto& [profile, field, was, is] : changedFields(before, after)) {
+        table.row({field, was, is});
+        if (profile != ProfileId(kTech, chosen.id)) {
+            others.push_back(join({profileName(profile), field, "was", was, "is", is}, " "));
         }
     }
     report.table(table);
     if (modem.inProcess()) {
-        report.check(!table.empty() && others.empty() && before.size() == after.size(),
+        report.check(!table.empty() && others.empty(),
                      "the modem has changed this profile and no other", others);
     }
     report.check(answer, "the library has said yes");
@@ -638,33 +549,23 @@ void LoadCommand::conclude() {
     const size_t refused = list.usable.size() - loaded.size();
     report.step("Summary");
     report.check(loaded.size() + refused + list.skipped.size() == list.entries,
-                 counted(list.entries, "entry", "entries") + " of " + options.plmn + ": " +
+                 counted(list.entries, "entry", "entries") + " of " + options.source.plmn + ": " +
                      std::to_string(loaded.size()) + " added, " +
                      (refused == 0 ? "" : std::to_string(refused) + " refused by the modem, ") +
-                     skippedSummary());
+                     skippedSummary(list));
     if (!list.warnings.empty()) {
         report.line(counted(list.warnings.size(), "value", "values") +
                     " left out, with a warning each in step 1");
     }
-    report.line(counted(report.checksMade(), "check", "checks") + ", " +
-                (report.checksFailed() == 0 ? "all passed"
-                                            : std::to_string(report.checksFailed()) + " failed"));
+    report.countChecks();
 }
 
 }  // namespace
 
 RunVerb declareLoad(CLI::App& app) {
     auto options = std::make_shared<Options>();
-    app.add_option("--plmn", options->plmn, "Operator: MCC and MNC, such as 31026 or 310260")
-        ->required()
-        ->type_name("MCCMNC");
-    app.add_option("--log", options->log,
-                   "Show the library's own lines from this level on; passwords are in the clear")
-        ->check(CLI::IsMember(logLevelNames()))
-        ->type_name("LEVEL");
-    app.add_option("FILE", options->file, "Carrier list in Android's apns-conf.xml format")
-        ->required()
-        ->type_name("");
+    addOperatorOptions(app, options->source);
+    addLogOption(app, options->log);
     return [options](std::ostream& out) { return LoadCommand(*options, out).run(); };
 }
 

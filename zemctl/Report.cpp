@@ -83,4 +83,9 @@ bool Report::check(bool ok, const std::string& statement, const std::vector<std:
     return ok;
 }
 
+void Report::countChecks() {
+    line(counted(checks, "check", "checks") + ", " +
+         (failures == 0 ? "all passed" : std::to_string(failures) + " failed"));
+}
+
 }  // namespace zemctl
