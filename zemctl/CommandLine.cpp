@@ -1,15 +1,14 @@
 #include "CommandLine.h"
 
 #include <algorithm>
-#include <iterator>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "LoadCommand.h"
+#include "PolicyVerbs.h"
 #include "Text.h"
 #include "Verb.h"
 
@@ -25,25 +24,35 @@ constexpr const char* kFooter =
     "Exit status: 0 done; 1 the library or the modem said no, or a check failed;\n"
     "2 wrong command line or unusable input.\n";
 
+constexpr const char* kSequence =
+    "The verbs from setup-call on may follow each other, as often as you like, and run in that\n"
+    "order against one modem: zemctl updates on setup-call --apn internet attach --home v4v6\n\n";
+
 constexpr const char* kHint = " (zemctl --help shows how)";
 
 int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
     CLI::App app("zemctl: data profiles of a modem, through the zem library", "zemctl");
-    app.require_subcommand(1);
-    app.footer(kFooter);
+    app.require_subcommand(1, 0);
     std::vector<std::pair<CLI::App*, RunVerb>> verbs;
     for (const Verb& verb : kVerbs) {
         CLI::App* options = app.add_subcommand(verb.name, verb.summary);
-        options->footer(kFooter);
         verbs.emplace_back(options, verb.declare(*options));
     }
-    const std::string_view first = argc > 1 ? argv[1] : "";
+    PolicyVerbs policies;
+    policies.declare(app);
+    app.footer(std::string(kSequence) + kFooter);
+    const auto all = app.get_subcommands({});
+    for (CLI::App* verb : all) {
+        verb->footer(kFooter);
+    }
+    const std::string first = argc > 1 ? argv[1] : "";
     if (first.empty()) {
         throw UsageError(std::string("a verb is missing") + kHint);
     }
-    if (first[0] != '-' && std::none_of(std::begin(kVerbs), std::end(kVerbs),
-                                        [&](const Verb& verb) { return first == verb.name; })) {
-        throw UsageError("no verb '" + std::string(first) + '\'' + kHint);
+    if (first[0] != '-' && std::none_of(all.begin(), all.end(), [&](const CLI::App* verb) {
+            return first == verb->get_name();
+        })) {
+        throw UsageError("no verb '" + first + '\'' + kHint);
     }
     try {
         app.parse(argc, argv);
@@ -55,10 +64,13 @@ int run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     }
     for (const auto& [options, runVerb] : verbs) {
         if (options->parsed()) {
+            if (app.get_subcommands().size() > 1) {
+                throw UsageError('\'' + options->get_name() + "' stands alone" + kHint);
+            }
             return runVerb(out);
         }
     }
-    return kUsage;
+    return policies.run(out);
 }
 
 }  // namespace

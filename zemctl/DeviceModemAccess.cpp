@@ -39,6 +39,15 @@ std::vector<StoredProfile> ModemAccess::profiles() const {
 
 void ModemAccess::restart() {}
 
+bool ModemAccess::storeFactoryProfiles() {
+    return false;
+}
+
+bool ModemAccess::changeProfile(zem::TechType /*tech*/, int /*index*/, const std::string& /*field*/,
+                                unsigned /*value*/) {
+    return false;
+}
+
 unsigned ModemAccess::openHandles() const {
     return 0;
 }

@@ -40,12 +40,20 @@ class ModemAccess {
     std::vector<StoredProfile> profiles() const;
     void restart();
 
+    // Puts the factory profiles into the modem, as it comes from its maker. False when a place is
+    // taken.
+    bool storeFactoryProfiles();
+
+    // Sets a number in a stored profile, as the network does. False when the profile has no such
+    // field.
+    bool changeProfile(zem::TechType tech, int index, const std::string& field, unsigned value);
+
     // Connections that the library holds to the modem.
     unsigned openHandles() const;
 
   private:
     struct Impl;
-    std::unique_ptr<Impl> impl;
+    std::shared_ptr<Impl> impl;
 };
 
 }  // namespace zemctl

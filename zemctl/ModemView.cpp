@@ -33,7 +33,6 @@ StoredProfile storedAs(const ProfileId& id, const ProfileParams& params) {
     return profile;
 }
 
-// The settings by which a person tells profiles apart.
 std::string summary(const ProfileParams& params) {
     std::vector<std::string> words;
     words.push_back(params.getApnName().empty() ? "(no name)" : printable(params.getApnName()));
@@ -59,12 +58,12 @@ std::string summary(const ProfileParams& params) {
     return join(words, " ");
 }
 
-std::string summaryIn(const ModemView& view, const ProfileId& id) {
+}  // namespace
+
+std::string summary(const ModemView& view, const ProfileId& id) {
     const auto found = view.read.find(id);
     return found == view.read.end() ? kAbsent : summary(found->second);
 }
-
-}  // namespace
 
 std::string profileName(zem::TechType tech, int index) {
     return techTypeName(tech) + ':' + std::to_string(index);
@@ -135,6 +134,33 @@ ModemView ModemView::take(zem::Manager& manager, const ModemAccess& modem) {
     return view;
 }
 
+std::vector<std::string> ModemView::disagreements() const {
+    std::vector<std::string> lines;
+    std::set<ProfileId> unseen;
+    for (const auto& entry : read) {
+        unseen.insert(entry.first);
+    }
+    for (const StoredProfile& profile : stored) {
+        const ProfileId id(profile.tech, profile.index);
+        const auto found = read.find(id);
+        if (found == read.end()) {
+            lines.push_back(profileName(id) + " is unknown to the library");
+            continue;
+        }
+        unseen.erase(id);
+        for (const auto& field : profile.fields) {
+            const bool isName = field.first == "apn_name" || field.first == "apn_string_3gpp2";
+            if (isName && lowerCase(field.second) != lowerCase(found->second.getApnName())) {
+                lines.push_back(profileName(id) + " has another APN name on the modem");
+            }
+        }
+    }
+    for (const ProfileId& id : unseen) {
+        lines.push_back(profileName(id) + " is not on the modem");
+    }
+    return lines;
+}
+
 Table sideBySide(const ModemView& before, const ModemView& after) {
     Table table({"PROFILE", "BEFORE", "AFTER", ""});
     std::set<ProfileId> ids;
@@ -150,7 +176,7 @@ Table sideBySide(const ModemView& before, const ModemView& after) {
     for (const ProfileId& id : ids) {
         const bool was = before.read.count(id) != 0;
         const bool is = after.read.count(id) != 0;
-        table.row({profileName(id), summaryIn(before, id), summaryIn(after, id),
+        table.row({profileName(id), summary(before, id), summary(after, id),
                    !was                ? "new"
                    : !is               ? "gone"
                    : changed.count(id) ? "changed"
@@ -163,7 +189,7 @@ Table overview(const ModemView& view) {
     Table table({"PROFILE", "APN, IP TYPE HOME/ROAM, TYPES, CLASS"});
     for (const StoredProfile& profile : view.stored) {
         const ProfileId id(profile.tech, profile.index);
-        table.row({profileName(id), summaryIn(view, id)});
+        table.row({profileName(id), summary(view, id)});
     }
     return table;
 }

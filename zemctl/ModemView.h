@@ -40,7 +40,16 @@ struct ModemView {
     std::map<ProfileId, zem::ProfileParams> read;  // as the library reads them
 
     static ModemView take(zem::Manager& manager, const ModemAccess& modem);
+
+    bool has(const ProfileId& id) const { return read.count(id) != 0; }
+
+    // A line for each profile that the modem stores and the library reads otherwise or not at all,
+    // or the other way round.
+    std::vector<std::string> disagreements() const;
 };
+
+// "internet V4V6 DEFAULT|MMS INET"; the settings by which a person tells profiles apart.
+std::string summary(const ModemView& view, const ProfileId& id);
 
 // One row for each profile, the two moments side by side, and what has become of it.
 Table sideBySide(const ModemView& before, const ModemView& after);

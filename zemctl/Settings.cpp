@@ -30,6 +30,14 @@ std::string yesNo(bool value) {
     return value ? "true" : "false";
 }
 
+Text apnNameText(const ProfileParams& params) {
+    return textOf(params.hasApnName(), lowerCase(params.getApnName().substr(0, kApnNameLength)));
+}
+
+std::string shown(const Setting& setting, const Text& text) {
+    return !text ? "nothing" : setting.secret ? kMask : printable(*text);
+}
+
 }  // namespace
 
 std::string ipTypeName(zem::IPType value) {
@@ -69,51 +77,48 @@ std::optional<unsigned int> apnTypeFromName(std::string_view name) {
 }
 
 const std::vector<Setting> kSettings = {
-    {"ApnName", false,
-     [](const ProfileParams& p) {
-         return textOf(p.hasApnName(), lowerCase(p.getApnName().substr(0, kApnNameLength)));
-     }},
-    {"UserName", false,
+    {"ApnName", false, false, apnNameText},
+    {"UserName", false, false,
      [](const ProfileParams& p) { return textOf(p.hasUserName(), p.getUserName()); }},
-    {"Password", true,
+    {"Password", true, false,
      [](const ProfileParams& p) { return textOf(p.hasPassword(), p.getPassword()); }},
-    {"AuthType", false,
+    {"AuthType", false, false,
      [](const ProfileParams& p) { return textOf(p.hasAuthType(), authTypeName(p.getAuthType())); }},
-    {"HomeIPType", false,
+    {"HomeIPType", false, false,
      [](const ProfileParams& p) {
          return textOf(p.hasHomeIPType(), ipTypeName(p.getHomeIPType()));
      }},
-    {"RoamIPType", false,
+    {"RoamIPType", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasRoamIPType(), ipTypeName(p.getRoamIPType()));
      }},
-    {"ApnTypesMask", false,
+    {"ApnTypesMask", false, false,
      [](const ProfileParams& p) {
          return textOf(p.hasApnTypesMask(), apnTypesText(p.getApnTypesMask()));
      }},
-    {"ApnClass", false,
+    {"ApnClass", false, false,
      [](const ProfileParams& p) { return textOf(p.hasApnClass(), apnClassName(p.getApnClass())); }},
-    {"IsClatEnabled", false,
+    {"IsClatEnabled", false, false,
      [](const ProfileParams& p) {
          return textOf(p.hasIsClatEnabled(), yesNo(p.getIsClatEnabled()));
      }},
-    {"MaxPdnsConnPerBlock", false,
+    {"MaxPdnsConnPerBlock", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasMaxPdnsConnPerBlock(), std::to_string(p.getMaxPdnsConnPerBlock()));
      }},
-    {"MaxPdnConnTimer", false,
+    {"MaxPdnConnTimer", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasMaxPdnConnTimer(), std::to_string(p.getMaxPdnConnTimer()));
      }},
-    {"PdnReqWaitInterval", false,
+    {"PdnReqWaitInterval", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasPdnReqWaitInterval(), std::to_string(p.getPdnReqWaitInterval()));
      }},
-    {"IsApnDisabled", false,
+    {"IsApnDisabled", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasIsApnDisabled(), yesNo(p.getIsApnDisabled()));
      }},
-    {"IsEmergencySupported", false,
+    {"IsEmergencySupported", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasIsEmergencySupported(), yesNo(p.getIsEmergencySupported()));
      }},
@@ -128,21 +133,34 @@ std::vector<Text> settingTexts(const ProfileParams& params) {
     return texts;
 }
 
-std::vector<std::string> differences(const ProfileParams& asked, const ProfileParams& seen) {
+std::vector<std::string> differences(const ProfileParams& asked, const ProfileParams& seen,
+                                     zem::TechType tech) {
     std::vector<std::string> lines;
     for (const Setting& setting : kSettings) {
         const Text want = setting.text(asked);
         const Text got = setting.text(seen);
-        if (!want || want == got) {
+        const bool has = !setting.only3gpp || tech == zem::TechType::TECH_3GPP;
+        if (!want || !has || want == got) {
             continue;
         }
-        const auto shown = [&](const Text& text) {
-            return !text ? "nothing" : setting.secret ? kMask : printable(*text);
-        };
-        lines.push_back(std::string(setting.name) + ": asked for " + shown(want) + ", read " +
-                        shown(got));
+        lines.push_back(std::string(setting.name) + ": asked for " + shown(setting, want) +
+                        ", read " + shown(setting, got));
     }
     return lines;
+}
+
+std::string settingsText(const ProfileParams& params) {
+    std::vector<std::string> words;
+    for (const Setting& setting : kSettings) {
+        if (const Text text = setting.text(params)) {
+            words.push_back(std::string(setting.name) + '=' + shown(setting, text));
+        }
+    }
+    return words.empty() ? "no settings" : join(words, " ");
+}
+
+bool sameApnName(const ProfileParams& a, const ProfileParams& b) {
+    return apnNameText(a) == apnNameText(b);
 }
 
 }  // namespace zemctl

@@ -11,7 +11,8 @@ namespace zemctl {
 
 struct Setting {
     const char* name;
-    bool secret;  // never printed
+    bool secret;    // never printed
+    bool only3gpp;  // 3GPP2 profiles have no such setting
     // As the library compares it; empty when the setting is absent.
     std::optional<std::string> (*text)(const zem::ProfileParams&);
 };
@@ -24,9 +25,17 @@ inline constexpr const char* kMask = "********";
 // One text per setting in the table's order: equal for records that mean the same profile.
 std::vector<std::optional<std::string>> settingTexts(const zem::ProfileParams& params);
 
-// A line for each setting that is asked for and reads otherwise; empty when all agree.
+// A line for each setting that is asked for and reads otherwise; empty when all agree. Settings
+// that the family does not have are passed over.
 std::vector<std::string> differences(const zem::ProfileParams& asked,
-                                     const zem::ProfileParams& seen);
+                                     const zem::ProfileParams& seen,
+                                     zem::TechType tech = zem::TechType::TECH_3GPP);
+
+// "ApnName=internet HomeIPType=V4V6"; passwords are masked.
+std::string settingsText(const zem::ProfileParams& params);
+
+// The names of two records agree as the library compares them.
+bool sameApnName(const zem::ProfileParams& a, const zem::ProfileParams& b);
 
 std::string ipTypeName(zem::IPType value);
 std::string apnClassName(zem::ApnClass value);

@@ -1,5 +1,7 @@
 // ModemAccess onto the software modem.
+#include <algorithm>
 #include <condition_variable>
+#include <iterator>
 #include <mutex>
 
 #include <softmodem/SoftModem.h>
@@ -11,6 +13,63 @@ namespace zemctl {
 namespace {
 
 constexpr unsigned kProfileList = 0x002A;
+
+// As numbers of the modem's fields; its APN types have an order of their own.
+constexpr uint64_t kYes = 1;
+constexpr uint64_t kClassIms = 1, kClassInternet = 3;
+constexpr uint64_t kTypeDefault = 0x1, kTypeIms = 0x2, kTypeSupl = 0x10, kTypeAttach = 0x100,
+                   kTypeEmergency = 0x200;
+constexpr uint64_t kIpv4 = 0, kIpv4v6 = 3, kPdnIpv4v6 = 2;
+
+// What the modem comes with; fields and values are the modem's own.
+const struct FactoryProfile {
+    softmodem::Tech tech;
+    unsigned index;
+    softmodem::Fields fields;
+} kFactoryProfiles[] = {
+    // Internet, with which the modem attaches until it knows better.
+    {softmodem::Tech::k3gpp,
+     1,
+     {{"profile_name", "profile1"},
+      {"apn_name", "internet"},
+      {"pdp_type", kIpv4v6},
+      {"apn_class", kClassInternet},
+      {"apn_type_mask", kTypeDefault | kTypeSupl | kTypeAttach},
+      {"persistent", kYes}}},
+    // Voice and messages.
+    {softmodem::Tech::k3gpp,
+     2,
+     {{"profile_name", "profile2"},
+      {"apn_name", "ims"},
+      {"pdp_type", kIpv4v6},
+      {"apn_class", kClassIms},
+      {"apn_type_mask", kTypeIms},
+      {"persistent", kYes}}},
+    // Emergency calls.
+    {softmodem::Tech::k3gpp,
+     3,
+     {{"profile_name", "profile3"},
+      {"apn_name", "sos"},
+      {"pdp_type", kIpv4v6},
+      {"apn_type_mask", kTypeEmergency},
+      {"supports_emergency_calls", kYes},
+      {"persistent", kYes}}},
+    // The attach that leaves the choice of the APN to the network.
+    {softmodem::Tech::k3gpp,
+     4,
+     {{"profile_name", "profile4"},
+      {"apn_name", ""},
+      {"pdp_type", kIpv4},
+      {"apn_type_mask", kTypeAttach},
+      {"persistent", kYes}}},
+    {softmodem::Tech::k3gpp2,
+     0,
+     {{"apn_string_3gpp2", "internet"},
+      {"pdn_type_3gpp2", kPdnIpv4v6},
+      {"apn_class_3gpp2", kClassInternet},
+      {"apn_type_mask", kTypeDefault},
+      {"persistent", kYes}}},
+};
 
 zem::TechType techType(softmodem::Tech tech) {
     return tech == softmodem::Tech::k3gpp2 ? zem::TechType::TECH_3GPP2 : zem::TechType::TECH_3GPP;
@@ -35,8 +94,9 @@ struct ModemAccess::Impl {
     bool listAsked = false;  // since the start or the last restart
 };
 
-ModemAccess::ModemAccess() : impl(std::make_unique<Impl>()) {
-    impl->modem.setRequestHook([state = impl.get()](const softmodem::Request& request) {
+// The hook shares the state: a call of it may still be running when this object goes.
+ModemAccess::ModemAccess() : impl(std::make_shared<Impl>()) {
+    impl->modem.setRequestHook([state = impl](const softmodem::Request& request) {
         if (request.messageId == kProfileList) {
             const std::lock_guard lock(state->mutex);
             state->listAsked = true;
@@ -80,6 +140,25 @@ void ModemAccess::restart() {
         impl->listAsked = false;
     }
     impl->modem.restart();
+}
+
+bool ModemAccess::storeFactoryProfiles() {
+    return std::all_of(std::begin(kFactoryProfiles), std::end(kFactoryProfiles),
+                       [this](const FactoryProfile& profile) {
+                           return impl->modem
+                               .createProfileAt({profile.tech, profile.index, profile.fields})
+                               .has_value();
+                       });
+}
+
+bool ModemAccess::changeProfile(zem::TechType tech, int index, const std::string& field,
+                                unsigned value) {
+    const bool changed = impl->modem.modifyProfile(
+        {tech == zem::TechType::TECH_3GPP2 ? softmodem::Tech::k3gpp2 : softmodem::Tech::k3gpp,
+         static_cast<unsigned>(index),
+         {{field, uint64_t{value}}}});
+    impl->modem.waitUntilIdle();
+    return changed;
 }
 
 unsigned ModemAccess::openHandles() const {

@@ -1,0 +1,83 @@
+// Phone: what a phone asks of zem::Util, with a second opinion on each answer.
+//
+// Each operation is a step: it shows what was asked, what was answered and what has changed on the
+// modem, and checks all of it. Keys are held until releaseKeys. One thread: the library takes one
+// call at a time, and dropping a key is a call.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <zem/Manager.h>
+#include <zem/Util.h>
+
+#include "ModemAccess.h"
+#include "ModemView.h"
+#include "OperatorList.h"
+#include "Report.h"
+#include "SecondOpinion.h"
+
+namespace zemctl {
+
+class Phone {
+  public:
+    // Both outlive the phone.
+    Phone(Report& output, ModemAccess& modemAccess) : report(output), modem(modemAccess) {}
+
+    // Boots the modem, with factory profiles or without, and starts the library. False when nothing
+    // can be asked.
+    bool start(const std::string& logLevel, bool factoryProfiles);
+
+    // --- zem::Util's operations; empty when the library gave no key ---
+    void allowUpdates(bool allowed);
+    std::optional<ProfileId> setupCall(zem::TechType tech, const zem::ProfileParams& params);
+    std::optional<ProfileId> emergencyCall(const zem::ProfileParams& params);
+    std::optional<ProfileId> attach(const zem::ProfileParams& params);
+    bool matchAttach(int id, const zem::ProfileParams& params);  // what the library answered
+    void applyApns(const OperatorOptions& source, const CarrierList& list, bool also3gpp2);
+
+    // --- What happens to a phone besides ---
+    // A second application of the list changes nothing.
+    void applyApnsAgain(const CarrierList& list, bool also3gpp2);
+    // The network changes a profile: all keys to it expire, and no others.
+    void changeBehind(const ProfileId& id);
+    // All keys expire, and the modem forgets its transient profiles.
+    void restartModem();
+    // The last key to a transient profile takes the profile with it; all others stay.
+    void releaseKeys();
+
+  private:
+    using Key = std::shared_ptr<zem::IProfileKey>;
+    struct Held {
+        std::string purpose;
+        ProfileId id;
+        bool transient;
+        std::shared_ptr<std::atomic<bool>> expired;  // set by the library's listener
+        Key key;
+    };
+    // What the answered profile has to read like, new or as it was found.
+    using Expected = std::function<zem::ProfileParams(const zem::ProfileParams* found)>;
+
+    void ask(const std::string& title, const zem::ProfileParams& params);
+    std::optional<ProfileId> take(const std::string& purpose, const Key& key,
+                                  const ModemView& before, const Choice& choice,
+                                  bool createsTransient, const Expected& expected);
+    void update(const CarrierList& list, bool also3gpp2);
+    bool onModem(const ProfileId& id) const;
+    ModemView look() const { return ModemView::take(manager, modem); }
+
+    Report& report;
+    ModemAccess& modem;
+    zem::Manager& manager = zem::Manager::getInstance();
+    zem::Util util;
+    bool updatesAllowed = false;
+    std::list<Held> held;
+};
+
+}  // namespace zemctl
