@@ -9,6 +9,7 @@
 
 #include "LoadCommand.h"
 #include "PolicyVerbs.h"
+#include "StoryCommand.h"
 #include "Text.h"
 #include "Verb.h"
 
@@ -17,6 +18,7 @@ namespace zemctl {
 namespace {
 
 constexpr Verb kVerbs[] = {
+    kStoryVerb,
     kLoadVerb,
 };
 

@@ -40,15 +40,16 @@ bool Phone::start(const std::string& logLevel, bool factoryProfiles) {
                       "the library has registered with the modem and read its profiles")) {
         return false;
     }
-    const ModemView view = look();
-    report.table(overview(view));
-    const std::vector<std::string> wrong = view.disagreements();
+    booted = look();
+    report.table(overview(booted));
+    const std::vector<std::string> wrong = booted.disagreements();
     return report.check(wrong.empty(), "the library reads what the modem stores", wrong);
 }
 
 void Phone::ask(const std::string& title, const ProfileParams& params) {
     report.step(title);
-    report.paragraph("asked for", {settingsText(params)});
+    const std::vector<std::string> words = settingWords(params);
+    report.paragraph("asked for", words.empty() ? std::vector<std::string>{"any"} : words);
 }
 
 // --- zem::Util's operations ---
@@ -101,10 +102,14 @@ std::optional<ProfileId> Phone::take(const std::string& purpose, const Key& key,
     const auto same =
         std::find_if(held.begin(), held.end(), [&](const Held& other) { return other.id == id; });
     const bool transient = created ? createsTransient : same != held.end() && same->transient;
-    auto expired = std::make_shared<std::atomic<bool>>(false);
-    key->registerExpirationListener([expired] { *expired = true; });
-    held.push_back({purpose, id, transient, expired, key});
+    held.push_back({purpose, id, transient, std::make_shared<std::atomic<bool>>(false), key});
+    listen(held.back());
     return id;
+}
+
+// A listener is called once.
+void Phone::listen(const Held& each) {
+    each.key->registerExpirationListener([told = each.told] { *told = true; });
 }
 
 std::optional<ProfileId> Phone::setupCall(TechType tech, const ProfileParams& params) {
@@ -224,17 +229,21 @@ void Phone::changeBehind(const ProfileId& id) {
     }
     report.check(changed && wrong.empty(), "the library reads the new value", wrong);
     wrong.clear();
-    Table table({"KEY", "HELD FOR", "NOW"});
-    for (const Held& each : held) {
-        const bool expired = *each.expired;
-        table.row({profileName(each.id), each.purpose, expired ? "expired" : "valid"});
-        if (expired != (each.id == id) || manager.getProfile(each.key).has_value() == expired) {
-            wrong.push_back(each.key->dump() + " should" + (each.id == id ? "" : " not") +
-                            " have expired");
+    Table table({"KEY", "HELD FOR", "ITS HOLDER"});
+    for (Held& each : held) {
+        const bool told = each.told->exchange(false);
+        table.row({profileName(each.id), each.purpose, told ? "was told" : "-"});
+        if (told != (each.id == id) || !manager.getProfile(each.key)) {
+            wrong.push_back(each.key->dump() + (told ? " was told" : " was not told") +
+                            (manager.getProfile(each.key) ? "" : ", and has expired"));
+        }
+        if (told) {
+            listen(each);
         }
     }
     report.table(table);
-    report.check(wrong.empty(), "the keys to it have expired, and their holders were told", wrong);
+    report.check(wrong.empty(), "the holders of its keys were told, no others; all keys are valid",
+                 wrong);
 }
 
 void Phone::restartModem() {
@@ -247,7 +256,7 @@ void Phone::restartModem() {
     std::vector<std::string> wrong = after.disagreements();
     std::set<ProfileId> forgotten;
     for (const Held& each : held) {
-        if (!*each.expired || manager.getProfile(each.key)) {
+        if (!*each.told || manager.getProfile(each.key)) {
             wrong.push_back(each.key->dump() + " has not expired");
         }
         if (each.transient) {
@@ -295,6 +304,21 @@ void Phone::releaseKeys() {
     report.table(table);
     report.check(wrong.empty(), "the last key to a transient profile has taken it along, no other",
                  wrong);
+}
+
+void Phone::showSinceBoot() {
+    report.step("The modem since its boot");
+    const ModemView now = look();
+    report.table(sideBySide(booted, now));
+    std::vector<std::string> wrong = now.disagreements();
+    for (const StoredProfile& profile : now.stored) {
+        for (const auto& [field, value] : profile.fields) {
+            if (field == "persistent" && value == "0") {
+                wrong.push_back(profileName(profile.tech, profile.index) + " is transient");
+            }
+        }
+    }
+    report.check(wrong.empty(), "no transient profile is left", wrong);
 }
 
 }  // namespace zemctl

@@ -45,12 +45,14 @@ class Phone {
     // --- What happens to a phone besides ---
     // A second application of the list changes nothing.
     void applyApnsAgain(const CarrierList& list, bool also3gpp2);
-    // The network changes a profile: all keys to it expire, and no others.
+    // The network changes a profile: the holders of its keys are told, and no others.
     void changeBehind(const ProfileId& id);
     // All keys expire, and the modem forgets its transient profiles.
     void restartModem();
     // The last key to a transient profile takes the profile with it; all others stay.
     void releaseKeys();
+    // What the modem has now, beside what it booted with: nothing transient is left.
+    void showSinceBoot();
 
   private:
     using Key = std::shared_ptr<zem::IProfileKey>;
@@ -58,7 +60,7 @@ class Phone {
         std::string purpose;
         ProfileId id;
         bool transient;
-        std::shared_ptr<std::atomic<bool>> expired;  // set by the library's listener
+        std::shared_ptr<std::atomic<bool>> told;  // by the library, that the profile has changed
         Key key;
     };
     // What the answered profile has to read like, new or as it was found.
@@ -68,6 +70,7 @@ class Phone {
     std::optional<ProfileId> take(const std::string& purpose, const Key& key,
                                   const ModemView& before, const Choice& choice,
                                   bool createsTransient, const Expected& expected);
+    static void listen(const Held& each);
     void update(const CarrierList& list, bool also3gpp2);
     bool onModem(const ProfileId& id) const;
     ModemView look() const { return ModemView::take(manager, modem); }
@@ -77,6 +80,7 @@ class Phone {
     zem::Manager& manager = zem::Manager::getInstance();
     zem::Util util;
     bool updatesAllowed = false;
+    ModemView booted;
     std::list<Held> held;
 };
 

@@ -149,14 +149,14 @@ std::vector<std::string> differences(const ProfileParams& asked, const ProfilePa
     return lines;
 }
 
-std::string settingsText(const ProfileParams& params) {
+std::vector<std::string> settingWords(const ProfileParams& params) {
     std::vector<std::string> words;
     for (const Setting& setting : kSettings) {
         if (const Text text = setting.text(params)) {
             words.push_back(std::string(setting.name) + '=' + shown(setting, text));
         }
     }
-    return words.empty() ? "no settings" : join(words, " ");
+    return words;
 }
 
 bool sameApnName(const ProfileParams& a, const ProfileParams& b) {

@@ -31,8 +31,8 @@ std::vector<std::string> differences(const zem::ProfileParams& asked,
                                      const zem::ProfileParams& seen,
                                      zem::TechType tech = zem::TechType::TECH_3GPP);
 
-// "ApnName=internet HomeIPType=V4V6"; passwords are masked.
-std::string settingsText(const zem::ProfileParams& params);
+// "ApnName=internet" and so on; passwords are masked.
+std::vector<std::string> settingWords(const zem::ProfileParams& params);
 
 // The names of two records agree as the library compares them.
 bool sameApnName(const zem::ProfileParams& a, const zem::ProfileParams& b);
