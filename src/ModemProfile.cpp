@@ -152,7 +152,10 @@ void ModemProfile::clearExpiredListeners() {
 }
 
 void ModemProfile::addToRefCount(int change) {
-    if (__builtin_add_overflow(refCount, change, &refCount)) abort();
+    if (__builtin_add_overflow(refCount, change, &refCount)) {
+        ZEM_LOG(LOG_ERROR, "ModemProfile: reference count overflow");
+        abort();
+    }
 }
 
 std::string ModemProfile::dump() const {
