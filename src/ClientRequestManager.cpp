@@ -34,14 +34,15 @@ ClientRequestManager::ClientRequestManager(int instance)
             }) {
     ZEM_LOG(LOG_DEBUG, "zem::ClientRequestManager: constructor");
     thread = std::thread(&ClientRequestManager::runZemThread, this);
-    requestFd = handoff->open();
-    eventManager.addEventHandler(requestFd, handleClientRequest, this, nullptr, EPOLLIN);
+    eventManager.addEventHandler(handoff->open(), handleClientRequest, this, nullptr, EPOLLIN);
 }
 
 ClientRequestManager::~ClientRequestManager() {
     ZEM_LOG(LOG_DEBUG, "zem::ClientRequestManager: destructor");
-    eventManager.removeEventHandler(requestFd);
-    handoff->close();
+    {
+        const EventFd requestFd = handoff->close();
+        eventManager.removeEventHandler(requestFd.get());
+    }
     running = false;
     eventManager.wake();
     thread.join();
@@ -68,14 +69,14 @@ void ClientRequestManager::runZemThread() {
 
 void ClientRequestManager::handleClientRequest(int fd, void* arg) {
     ZEM_LOG(LOG_DEBUG, ":%d:%s", 77, "handleClientRequest");
-    drain(fd, sizeof(uint64_t), LOG_ERROR);
     if (!arg) {
+        drain(fd, sizeof(uint64_t), LOG_ERROR);
         ZEM_LOG(LOG_ERROR, "arg is null");
         return;
     }
     auto* const manager = static_cast<ClientRequestManager*>(arg);
     manager->handoff->answer(
-        [manager](const ClientRequest& request) { return manager->dispatch(request); });
+        fd, [manager](const ClientRequest& request) { return manager->dispatch(request); });
 }
 
 std::shared_ptr<ClientResponse> ClientRequestManager::dispatch(const ClientRequest& request) {

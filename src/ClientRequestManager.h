@@ -46,7 +46,6 @@ class ClientRequestManager {
     bool handleCallback(const ClientRequest& request);
 
     const std::shared_ptr<Handoff> handoff = std::make_shared<Handoff>();
-    int requestFd = -1;  // borrowed from the hand-off
     std::thread thread;
     // True before the thread starts: were the thread to set it, it could undo the destructor's
     // false.

@@ -14,12 +14,14 @@ int Handoff::open() {
     return requestFd.get();
 }
 
-void Handoff::close() {
-    const MutexLock lock(mutex);
-    requestFd =
-        EventFd();  // a late caller's write fails instead of reaching a stranger's descriptor
+EventFd Handoff::close() {
+    MutexLock lock(mutex);
+    EventFd last = std::move(requestFd);  // a later caller's write fails
+    // An event that is already in the loop's hands would find the descriptor gone, or a stranger's.
+    while (signalled) lock.wait(drained);
     closed = true;
     answered.notify_all();
+    return last;
 }
 
 std::shared_ptr<ClientResponse> Handoff::call(const std::shared_ptr<ClientRequest>& request) {
@@ -27,8 +29,9 @@ std::shared_ptr<ClientResponse> Handoff::call(const std::shared_ptr<ClientReques
         ZEM_LOG(LOG_ERROR, "request refused on the engine thread: %s", request->dump().c_str());
         return nullptr;
     }
-    // Outlives the lock: the request may own the last reference to a key, whose end is a call.
-    std::shared_ptr<ClientRequest> abandoned;
+    // Outlives the lock: left behind by a call that took another's answer, it may own the last
+    // reference to a key, whose end is a call.
+    std::shared_ptr<ClientRequest> displaced;
     MutexLock lock(mutex);
     const ssize_t written = requestFd.signal();
     if (written != sizeof(uint64_t)) {
@@ -36,17 +39,21 @@ std::shared_ptr<ClientResponse> Handoff::call(const std::shared_ptr<ClientReques
                 strerror(errno));
         return nullptr;
     }
-    requestSlot = request;  // a copy: the last reference must not be the engine's to drop
+    signalled = true;
+    // A copy: the last reference must not be the engine's to drop.
+    displaced = std::exchange(requestSlot, request);
     while (!responseSlot && !closed) lock.wait(answered);
-    if (closed) abandoned = std::move(requestSlot);
     return std::move(responseSlot);
 }
 
-void Handoff::answer(const Dispatch& dispatch) {
+void Handoff::answer(int fd, const Dispatch& dispatch) {
     // Taken first and held to the end: whatever the dispatch copies of the caller's keys must be
     // gone before the caller can wake and drop its own, or the last reference would die on this
     // thread.
     const MutexLock lock(mutex);
+    drain(fd, sizeof(uint64_t), LOG_ERROR);
+    signalled = false;
+    drained.notify_all();
     if (requestSlot) {
         ZEM_LOG(LOG_INFO, "Handling %s", requestSlot->dump().c_str());
         if (auto response = dispatch(*requestSlot)) responseSlot = std::move(response);

@@ -23,8 +23,10 @@ class Handoff {
     // Creates the descriptor that tells the engine of a request, and returns it to be watched.
     int open();
 
-    // Ends all waiting calls and refuses later ones. Any thread.
-    void close();
+    // Refuses calls from now on, waits until the engine has seen to the last one, ends all calls
+    // that still wait, and gives the descriptor away: no event of it is left in the engine's loop.
+    // Any thread but the engine's, while that runs.
+    EventFd close();
 
     // The calling thread is the engine from here until leaveEngine(); its own calls are refused.
     void enterEngine() { engineThread = std::this_thread::get_id(); }
@@ -35,10 +37,10 @@ class Handoff {
     // request takes the place of an earlier one, and the first to wake takes the answer.
     std::shared_ptr<ClientResponse> call(const std::shared_ptr<ClientRequest>& request);
 
-    // Engine thread: answers the waiting request, if any, with what dispatch returns. A null answer
-    // leaves the caller waiting.
+    // Engine thread: empties fd, and answers the waiting request, if any, with what dispatch
+    // returns. A null answer leaves the caller waiting.
     using Dispatch = std::function<std::shared_ptr<ClientResponse>(const ClientRequest&)>;
-    void answer(const Dispatch& dispatch);
+    void answer(int fd, const Dispatch& dispatch);
 
   private:
     Mutex mutex;
@@ -46,6 +48,8 @@ class Handoff {
     std::shared_ptr<ClientRequest> requestSlot ZEM_GUARDED_BY(mutex);
     std::shared_ptr<ClientResponse> responseSlot ZEM_GUARDED_BY(mutex);
     EventFd requestFd ZEM_GUARDED_BY(mutex);
+    std::condition_variable drained;
+    bool signalled ZEM_GUARDED_BY(mutex) = false;  // the engine has not emptied the descriptor yet
     bool closed ZEM_GUARDED_BY(mutex) = false;
     std::atomic<std::thread::id> engineThread{};
 };

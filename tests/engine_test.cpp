@@ -253,6 +253,20 @@ TEST_F(EngineTest, ThousandEnginesBuiltAndAtOnceDestroyedLeaveNothing) {
     EXPECT_EQ(entriesOf("/proc/self/task"), threads);
 }
 
+TEST_F(EngineTest, EngineMayEndWhileACallIsUnderWay) {
+    for (int i = 0; i < 500; ++i) {
+        start();
+        auto key = add("net");
+        std::thread caller([&key] { key.reset(); });
+        engine.reset();
+        caller.join();
+        modem.reset();
+        modem.setHurry(true);
+    }
+    EXPECT_EQ(log.countContaining("Cannot remove event handler"), 0u);
+    EXPECT_EQ(log.countContaining("Error while clearing the read buffer"), 0u);
+}
+
 TEST_F(EngineTest, SecondEngineServesWhileKeysOfTheFirstAreHeld) {
     start();
     auto old = add("old");
