@@ -70,7 +70,8 @@ void Modem3gpp2Profile::fill(Message& m) const {
 }
 
 wds_create_profile_req_msg_v01 Modem3gpp2Profile::constructAddRequest() const {
-    wds_create_profile_req_msg_v01 message = {};
+    wds_create_profile_req_msg_v01 message;
+    clear(message);
     updateAddParameters(message);
     message.profile_type = WDS_PROFILE_TYPE_3GPP2_V01;
     fill(message);
@@ -78,7 +79,8 @@ wds_create_profile_req_msg_v01 Modem3gpp2Profile::constructAddRequest() const {
 }
 
 wds_modify_profile_settings_req_msg_v01 Modem3gpp2Profile::constructModifyRequest() const {
-    wds_modify_profile_settings_req_msg_v01 message = {};
+    wds_modify_profile_settings_req_msg_v01 message;
+    clear(message);
     updateModifyParameters(message);
     fill(message);
     return message;

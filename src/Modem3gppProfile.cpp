@@ -204,7 +204,8 @@ void Modem3gppProfile::fill(Message& m) const {
 }
 
 wds_create_profile_req_msg_v01 Modem3gppProfile::constructAddRequest() const {
-    wds_create_profile_req_msg_v01 message = {};
+    wds_create_profile_req_msg_v01 message;
+    clear(message);
     updateAddParameters(message);
     message.profile_type = WDS_PROFILE_TYPE_3GPP_V01;
     fill(message);
@@ -212,7 +213,8 @@ wds_create_profile_req_msg_v01 Modem3gppProfile::constructAddRequest() const {
 }
 
 wds_modify_profile_settings_req_msg_v01 Modem3gppProfile::constructModifyRequest() const {
-    wds_modify_profile_settings_req_msg_v01 message = {};
+    wds_modify_profile_settings_req_msg_v01 message;
+    clear(message);
     updateModifyParameters(message);
     fill(message);
     return message;

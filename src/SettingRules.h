@@ -1,4 +1,4 @@
-// SettingRules: what is done to every optional setting alike, stated once.
+// SettingRules: what is done to every optional setting and message field alike, stated once.
 #pragma once
 
 #include <cstring>
@@ -27,6 +27,12 @@ void takeChange(const std::optional<Value>& wanted, const std::optional<Value>& 
 template <class Value>
 void copyPresent(const std::optional<Value>& from, std::optional<Value>& to) {
     if (from) to = from;
+}
+
+// Zeroed to the last byte, its padding included: a message goes to the modem as it stands.
+template <class Message>
+void clear(Message& message) {
+    memset(&message, 0, sizeof message);
 }
 
 // Message fields stand behind their valid flag. put() sets both for a present setting, take() reads

@@ -13,6 +13,7 @@
 #include "Modem3gpp2Profile.h"
 #include "Modem3gppProfile.h"
 #include "ProfileConversions.h"
+#include "SettingRules.h"
 
 namespace zem {
 namespace {
@@ -20,12 +21,6 @@ namespace {
 constexpr unsigned int kTimeoutMs = 1000;
 constexpr uint8_t kEveryIndex = 0xFF;
 constexpr char kSourceFile[] = "src/ZapWdsProxy";
-
-// Zeroed to the last byte, its padding included: it goes to the modem as it stands.
-template <class Message>
-void clear(Message& message) {
-    memset(&message, 0, sizeof message);
-}
 
 }  // namespace
 

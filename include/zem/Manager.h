@@ -6,8 +6,8 @@
 // callers must not overlap calls; dropping a profile key counts as a call. If two calls do overlap,
 // the later request replaces the earlier one and either caller may get the answer.
 //
-// No operation throws. Before init, and when the engine refuses, each gives its failure value and
-// logs one line.
+// No operation throws. Before init each gives its failure value and logs one line; when the engine
+// or the modem refuses, each gives its failure value and the log has the answer.
 #pragma once
 
 #include <list>
