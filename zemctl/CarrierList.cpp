@@ -24,10 +24,6 @@ using zem::AuthType;
 using zem::IPType;
 
 constexpr size_t kLargestFile = 64u << 20;
-constexpr size_t kLongestApnName = 150;     // what the library keeps
-constexpr size_t kLongestCredential = 127;  // what a modem stores
-constexpr int kLargestNumber = 65535;       // the modem's counters have 16 bits
-
 constexpr zem::NamedValue<IPType> kProtocols[] = {
     {IPType::V4, "IP"},
     {IPType::V6, "IPV6"},

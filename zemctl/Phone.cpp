@@ -18,6 +18,7 @@ constexpr int kInstance = 0;
 
 std::string namesOf(const std::set<ProfileId>& ids) {
     std::vector<std::string> names;
+    names.reserve(ids.size());
     for (const ProfileId& id : ids) {
         names.push_back(profileName(id));
     }

@@ -16,10 +16,6 @@ namespace {
 
 using zem::ProfileParams;
 
-constexpr size_t kLongestApnName = 150;     // what the library keeps
-constexpr size_t kLongestCredential = 127;  // what a modem stores
-constexpr int kLargestNumber = 65535;       // the modem's counters have 16 bits
-
 constexpr zem::NamedValue<bool> kSwitch[] = {{true, "on"}, {false, "off"}};
 
 // An option and the text that was given for it.

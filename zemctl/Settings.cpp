@@ -9,9 +9,6 @@ namespace {
 using zem::ProfileParams;
 using Text = std::optional<std::string>;
 
-// What the library keeps of an APN name.
-constexpr size_t kApnNameLength = 150;
-
 template <class Value, size_t N>
 std::string nameIn(const zem::NamedValue<Value> (&names)[N], Value value) {
     for (const auto& [known, name] : names) {
@@ -31,7 +28,7 @@ std::string yesNo(bool value) {
 }
 
 Text apnNameText(const ProfileParams& params) {
-    return textOf(params.hasApnName(), lowerCase(params.getApnName().substr(0, kApnNameLength)));
+    return textOf(params.hasApnName(), lowerCase(params.getApnName().substr(0, kLongestApnName)));
 }
 
 std::string shown(const Setting& setting, const Text& text) {

@@ -1,6 +1,7 @@
 // Settings: one table of a profile's settings, for everything that prints or compares them.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,11 @@ struct Setting {
 };
 
 extern const std::vector<Setting> kSettings;
+
+// The limits of settings, in bytes where they are texts.
+inline constexpr size_t kLongestApnName = 150;     // what the library keeps
+inline constexpr size_t kLongestCredential = 127;  // what a modem stores
+inline constexpr int kLargestNumber = 65535;       // the modem's counters have 16 bits
 
 // What stands in place of a secret.
 inline constexpr const char* kMask = "********";
