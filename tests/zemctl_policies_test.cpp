@@ -73,6 +73,9 @@ TEST(ZemctlPolicies, VerbsRunInOrderAndShowTheirAnswer) {
         {"attach --apn internet --home v4 --password p", 0, "3GPP:1, found: .*internet V4V6"},
         {"attach --apn new --home v4 attach --apn newer --home v6", 0,
          "3GPP:5, found: .*newer V6 NONE .zem attach."},
+        // neither the other IP type nor a data call's profile will do
+        {"setup-call --apn a --home v4 setup-call --apn a --home v6", 0, "3GPP:6, created: "},
+        {"setup-call --apn a --home v4 attach --apn a --home v4", 0, "3GPP:6, created: "},
         {"match-attach --id 1 --apn internet --home v4", 0, "answered  yes"},
         {"updates on match-attach --id 1 --apn internet --home v4", 1, "answered  no"},
         {"match-attach --id 9", 1, "answered  no"},
