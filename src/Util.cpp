@@ -4,8 +4,6 @@
 
 #include <optional>
 #include <unordered_set>
-#include <utility>
-#include <vector>
 
 #include "DumpText.h"
 #include "LogWrapper.h"
@@ -342,9 +340,9 @@ void Util::updateAPNTypeBitmaskOnModemProfile(const std::list<ProfileParams>& pa
     ZEM_LOG(LOG_API, "zem updateAPNTypeBitmaskOnModemProfile < OK");
 }
 
-void Util::handleCombinedProfileUpdate(unsigned int mask, std::string apnName) {
+void Util::handleCombinedProfileUpdate(unsigned int mask, const std::string& apnName) {
     FilterProfileParams filter;
-    filter.setApnName(std::move(apnName));
+    filter.setApnName(apnName);
     for (const auto& key : manager->filter(filter)) {
         ZEM_LOG(LOG_DEBUG, "zem updating profile id:%d, tech type:%d, with combined mask0x%x:",
                 key->getProfileId(), static_cast<int>(key->getTechType()), mask);
@@ -354,7 +352,7 @@ void Util::handleCombinedProfileUpdate(unsigned int mask, std::string apnName) {
 
 void Util::handleProfileUpdateByTechType(TechType techType, unsigned int v4Mask,
                                          unsigned int v6Mask, unsigned int v4v6Mask,
-                                         std::string apnName) {
+                                         const std::string& apnName) {
     const bool v4Placed = v4Mask == 0 || updateByIpType(techType, IPType::V4, v4Mask, apnName);
     const unsigned int base = v4v6Mask | (v4Placed ? 0 : v4Mask);
     const bool v6Placed = v6Mask == 0 || updateByIpType(techType, IPType::V6, v6Mask, apnName);
@@ -367,7 +365,7 @@ void Util::handleProfileUpdateByTechType(TechType techType, unsigned int v4Mask,
 }
 
 bool Util::updateByIpType(TechType techType, IPType ipType, unsigned int mask,
-                          std::string apnName) {
+                          const std::string& apnName) {
     FilterProfileParams filter = filterByTech(techType);
     filter.setApnName(apnName);
     filter.setHomeIPType(ipType);

@@ -103,14 +103,14 @@ class SteppedLoop {
     bool marked = false;
 };
 
-inline ProfileParams named(const std::string& apn) {
+inline ProfileParams named(const std::string& name) {
     ProfileParams params;
-    params.setApnName(apn);
+    params.setApnName(name);
     return params;
 }
 
-inline AddProfileParams transient(const std::string& apn, TechType tech = TechType::TECH_3GPP) {
-    return {named(apn), false, tech, false};
+inline AddProfileParams transient(const std::string& name, TechType tech = TechType::TECH_3GPP) {
+    return {named(name), false, tech, false};
 }
 
 }  // namespace zem

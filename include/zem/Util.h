@@ -68,11 +68,12 @@ class ZEM_EXPORT Util {
     void updateAPNTypeBitmaskOnModemProfile(const std::list<ProfileParams>& params);
 
     // The steps of the last: masks are ApnTypes bits, and the name is in lower case.
-    void handleCombinedProfileUpdate(unsigned int mask, std::string apnName);
+    void handleCombinedProfileUpdate(unsigned int mask, const std::string& apnName);
     void handleProfileUpdateByTechType(TechType techType, unsigned int v4Mask, unsigned int v6Mask,
-                                       unsigned int v4v6Mask, std::string apnName);
+                                       unsigned int v4v6Mask, const std::string& apnName);
     // True when at least one profile was found; whether the modem took the change does not count.
-    bool updateByIpType(TechType techType, IPType ipType, unsigned int mask, std::string apnName);
+    bool updateByIpType(TechType techType, IPType ipType, unsigned int mask,
+                        const std::string& apnName);
 
   private:
     std::shared_ptr<IProfileKey> findFirst(const FilterProfileParams& filter);
