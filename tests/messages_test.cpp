@@ -2,292 +2,157 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "Modem3gpp2Profile.h"
 #include "Modem3gppProfile.h"
+#include "ProfileBuilders.h"
 #include "WireBytes.h"
 
 namespace zem {
 namespace {
 
-constexpr size_t kCreateSize = 3248;
-constexpr size_t kModifySize = 3256;
-
-struct Case {
-    const char* name;
-    Bytes message;
-    size_t size;
-    std::vector<Field> fields;
+// Where a field's valid flag and value stand in a create, then in a modify.
+struct Place {
+    int createFlag;
+    size_t create;
+    int modifyFlag;
+    size_t modify;
 };
 
-void expectMessages(const std::vector<Case>& cases) {
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const Bytes expected = layOut(c.size, c.fields);
-        ASSERT_EQ(c.message.size(), expected.size());
-        for (size_t at = 0; at < expected.size(); ++at)
-            EXPECT_EQ(unsigned{c.message[at]}, unsigned{expected[at]}) << "byte " << at;
+template <class Profile>
+struct Row {
+    std::function<void(Profile&)> set;
+    std::vector<Place> places;
+    Bytes value;
+};
+
+void expectBytes(const char* name, const Bytes& message, const Bytes& expected) {
+    ASSERT_EQ(message.size(), expected.size());
+    for (size_t at = 0; at < expected.size(); ++at)
+        EXPECT_EQ(unsigned{message[at]}, unsigned{expected[at]}) << name << " byte " << at;
+}
+
+// The messages of a profile with the settings of all rows.
+template <class Profile>
+void expectMessages(const std::vector<Row<Profile>>& rows, bool isPersistent = false, int id = -1) {
+    const auto profile = profileWith<Profile>(persistent(isPersistent), profileId(id));
+    const Field type = {kNoFlag, 0, u32(profile->getTechType() == TechType::TECH_3GPP2)};
+    std::vector<Field> create = {type, {2176, 2177, u8(isPersistent)}};
+    std::vector<Field> modify = {type, {kNoFlag, 4, u8(static_cast<uint8_t>(id))}};
+    for (const auto& row : rows) {
+        row.set(*profile);
+        for (const auto& place : row.places) {
+            create.push_back({place.createFlag, place.create, row.value});
+            modify.push_back({place.modifyFlag, place.modify, row.value});
+        }
+    }
+    expectBytes("create", bytesOf(profile->constructAddRequest()), layOut(3248, create));
+    expectBytes("modify", bytesOf(profile->constructModifyRequest()), layOut(3256, modify));
+}
+
+template <class Profile>
+void expectEachRow(const std::vector<Row<Profile>>& rows) {
+    for (size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE(::testing::Message() << "row " << i);
+        expectMessages<Profile>({rows[i]});
     }
 }
 
-template <class Profile>
-Bytes create(void (*set)(Profile&)) {
-    Profile profile((ProfileParams()));
-    set(profile);
-    return bytesOf(profile.constructAddRequest());
+std::string longText(size_t length) {
+    return std::string(length, 'x');
 }
 
-template <class Profile>
-Bytes modify(void (*set)(Profile&)) {
-    Profile profile((ProfileParams()));
-    set(profile);
-    return bytesOf(profile.constructModifyRequest());
-}
+constexpr Place kTypes = {3228, 3232, 3232, 3240}, kClat = {3240, 3241, 3248, 3249};
 
-void setNothing(ModemProfile&) {}
+constexpr Place kName = {4, 5, 8, 9}, kPdp = {56, 60, 60, 64}, kApn = {80, 81, 84, 85},
+                kUser = {400, 401, 404, 405}, kPassword = {529, 530, 533, 534},
+                kAuth = {658, 659, 662, 663}, kDisabled = {980, 981, 984, 985},
+                kClass = {988, 989, 992, 993}, kEmergency = {1000, 1001, 1008, 1009},
+                kMaxPdns = {1016, 1018, 1024, 1026}, kTimer = {1020, 1022, 1028, 1030},
+                kInterval = {1024, 1026, 1032, 1034}, kLte = {1042, 1044, 1050, 1052},
+                kUmts = {1048, 1052, 1056, 1060}, kOverride = {1104, 1108, 1112, 1116};
 
-void setCommon(ModemProfile& profile) {
-    profile.setProfileId(0x107);
-    profile.setIsPersistent(true);
-    profile.setApnName("internet");
-    profile.setUserName("me");
-    profile.setPassword("secret");
-    profile.setAuthType(AuthType::CHAP);
-    profile.setApnClass(ApnClass::INET);
-    profile.setApnTypesMask(0x8123456789ABCDEF);
-    profile.setIsClatEnabled(true);
-    profile.setCommonIPType(IPType::V6);
-}
-
-void setAll3gpp(Modem3gppProfile& profile) {
-    setCommon(profile);
-    profile.setProfileName("zem_profile_ia");
-    profile.setIsApnDisabled(true);
-    profile.setIsEmergencySupported(true);
-    profile.setMaxPdnsConnPerBlock(0x0102);
-    profile.setMaxPdnConnTimer(0x0304);
-    profile.setPdnReqWaitInterval(0x0506);
-    profile.setLteRoamIPType(IPType::V6);
-    profile.setUmtsRoamIPType(IPType::V4V6);
-    profile.setOverrideHomeIPType(IPType::UNKNOWN);
-}
-
-// Present settings whose values are zero on the wire: their flags alone tell.
-void setZeros(Modem3gppProfile& profile) {
-    profile.setApnName("");
-    profile.setUserName("");
-    profile.setAuthType(AuthType::NONE);
-    profile.setCommonIPType(IPType::V4);
-    profile.setLteRoamIPType(IPType::V4);
-    profile.setApnTypesMask(0);
-    profile.setIsClatEnabled(false);
-    profile.setIsApnDisabled(false);
-    profile.setMaxPdnConnTimer(0);
-}
-
-void setOutOfRange(Modem3gppProfile& profile) {
-    profile.setAuthType(AuthType(5));
-    profile.setCommonIPType(IPType::UNKNOWN);
-    profile.setLteRoamIPType(IPType::UNKNOWN);
-    profile.setUmtsRoamIPType(IPType(9));
-    profile.setApnClass(ApnClass(0x1FF));
-    profile.setMaxPdnsConnPerBlock(-1);
-    profile.setMaxPdnConnTimer(65536);
-    profile.setPdnReqWaitInterval(70000);
-}
-
-void setLongTexts(ModemProfile& profile) {
-    profile.setApnName(std::string(200, 'a'));
-    profile.setUserName(std::string(128, 'u'));
-    profile.setPassword(std::string(127, 'p'));
-}
-
-void setEmbeddedEnds(ModemProfile& profile) {
-    profile.setApnName(std::string("ab\0cd", 5));
-    profile.setUserName(std::string("\0x", 2));
-}
-
-TEST(MessagesTest, Create3gpp) {
-    const auto message = create<Modem3gppProfile>;
-    const Field persistent = {2176, 2177, u8(0)};
-    expectMessages({
-        {"nothing present", message([](auto& p) { setNothing(p); }), kCreateSize, {persistent}},
-        {"everything present",
-         message(setAll3gpp),
-         kCreateSize,
-         {{kNoFlag, 0, u32(0)},
-          {4, 5, text("zem_profile_ia")},
-          {56, 60, u32(2)},
-          {80, 81, text("internet")},
-          {400, 401, text("me")},
-          {529, 530, text("secret")},
-          {658, 659, u8(2)},
-          {980, 981, u8(1)},
-          {988, 989, u8(3)},
-          {1000, 1001, u8(1)},
-          {1016, 1018, u16(0x0102)},
-          {1020, 1022, u16(0x0304)},
-          {1024, 1026, u16(0x0506)},
-          {1042, 1044, u32(1)},
-          {1048, 1052, u32(2)},
-          {1104, 1108, u32(255)},
-          {2176, 2177, u8(1)},
-          {3228, 3232, u64(0x8123456789ABCDEF)},
-          {3240, 3241, u8(1)}}},
-        {"zeros",
-         message(setZeros),
-         kCreateSize,
-         {{56, 60, u32(0)},
-          {80, 81, {}},
-          {400, 401, {}},
-          {658, 659, u8(0)},
-          {980, 981, u8(0)},
-          {1020, 1022, u16(0)},
-          {1042, 1044, u32(0)},
-          persistent,
-          {3228, 3232, u64(0)},
-          {3240, 3241, u8(0)}}},
-        {"values out of range",
-         message(setOutOfRange),
-         kCreateSize,
-         {{56, 60, u32(3)},
-          {658, 659, u8(1)},
-          {988, 989, u8(0xFF)},
-          {1016, 1018, u16(0xFFFF)},
-          {1020, 1022, u16(0)},
-          {1024, 1026, u16(4464)},
-          {1042, 1044, u32(255)},
-          {1048, 1052, u32(2)},
-          persistent}},
-        {"texts longer than their fields",
-         message([](auto& p) {
-             setLongTexts(p);
-             p.setProfileName(std::string(51, 'n'));
-         }),
-         kCreateSize,
-         {{4, 5, text(std::string(50, 'n'))},
-          {80, 81, text(std::string(150, 'a'))},
-          {400, 401, text(std::string(127, 'u'))},
-          {529, 530, text(std::string(127, 'p'))},
-          persistent}},
-        {"texts with an end inside",
-         message([](auto& p) { setEmbeddedEnds(p); }),
-         kCreateSize,
-         {{80, 81, text("ab")}, {400, 401, {}}, persistent}},
+TEST(MessagesTest, EachSettingOf3gppHasItsPlaceAndForm) {
+    const std::vector<Row<Modem3gppProfile>> typical = {
+        {profileName("zem_profile_ia"), {kName}, text("zem_profile_ia")},
+        {common(V6), {kPdp}, u32(2)},
+        {apn("internet"), {kApn}, text("internet")},
+        {user("me"), {kUser}, text("me")},
+        {password("secret"), {kPassword}, text("secret")},
+        {auth(AuthType::CHAP), {kAuth}, u8(2)},
+        {disabled(true), {kDisabled}, u8(1)},
+        {apnClass(ApnClass::INET), {kClass}, u8(3)},
+        {emergency(true), {kEmergency}, u8(1)},
+        {maxPdns(0x0102), {kMaxPdns}, u16(0x0102)},
+        {maxTimer(0x0304), {kTimer}, u16(0x0304)},
+        {interval(0x0506), {kInterval}, u16(0x0506)},
+        {lteRoam(V6), {kLte}, u32(1)},
+        {umtsRoam(V4V6), {kUmts}, u32(2)},
+        {overrideHome(UNKNOWN), {kOverride}, u32(255)},
+        {apnTypes(0x8123456789ABCDEF), {kTypes}, u64(0x8123456789ABCDEF)},
+        {clat(true), {kClat}, u8(1)},
+    };
+    expectMessages<Modem3gppProfile>({});
+    expectMessages(typical, true, 0x107);
+    expectEachRow(typical);
+    expectEachRow<Modem3gppProfile>({
+        // Zero on the wire: the flag alone tells.
+        {common(V4), {kPdp}, u32(0)},
+        {apn(""), {kApn}, {}},
+        {user(""), {kUser}, {}},
+        {auth(AuthType::NONE), {kAuth}, u8(0)},
+        {disabled(false), {kDisabled}, u8(0)},
+        {maxTimer(0), {kTimer}, u16(0)},
+        {lteRoam(V4), {kLte}, u32(0)},
+        {apnTypes(0), {kTypes}, u64(0)},
+        {clat(false), {kClat}, u8(0)},
+        // Out of range.
+        {common(UNKNOWN), {kPdp}, u32(3)},
+        {auth(AuthType(5)), {kAuth}, u8(1)},
+        {apnClass(ApnClass(0x1FF)), {kClass}, u8(0xFF)},
+        {maxPdns(-1), {kMaxPdns}, u16(0xFFFF)},
+        {maxTimer(65536), {kTimer}, u16(0)},
+        {interval(70000), {kInterval}, u16(4464)},
+        {lteRoam(UNKNOWN), {kLte}, u32(255)},
+        {umtsRoam(IPType(9)), {kUmts}, u32(2)},
+        // Longer than their fields, by one where the fields are not the setting's limit.
+        {profileName(longText(51)), {kName}, text(longText(50))},
+        {apn(longText(200)), {kApn}, text(longText(150))},
+        {user(longText(128)), {kUser}, text(longText(127))},
+        {password(longText(127)), {kPassword}, text(longText(127))},
+        // With an end inside.
+        {apn(std::string("ab\0cd", 5)), {kApn}, text("ab")},
+        {user(std::string("\0x", 2)), {kUser}, {}},
     });
 }
 
-TEST(MessagesTest, Modify3gpp) {
-    const auto message = modify<Modem3gppProfile>;
-    const Field noIndex = {kNoFlag, 4, u8(0xFF)};
-    expectMessages({
-        {"nothing present", message([](auto& p) { setNothing(p); }), kModifySize, {noIndex}},
-        {"everything present",
-         message(setAll3gpp),
-         kModifySize,
-         {{kNoFlag, 0, u32(0)},
-          {kNoFlag, 4, u8(7)},
-          {8, 9, text("zem_profile_ia")},
-          {60, 64, u32(2)},
-          {84, 85, text("internet")},
-          {404, 405, text("me")},
-          {533, 534, text("secret")},
-          {662, 663, u8(2)},
-          {984, 985, u8(1)},
-          {992, 993, u8(3)},
-          {1008, 1009, u8(1)},
-          {1024, 1026, u16(0x0102)},
-          {1028, 1030, u16(0x0304)},
-          {1032, 1034, u16(0x0506)},
-          {1050, 1052, u32(1)},
-          {1056, 1060, u32(2)},
-          {1112, 1116, u32(255)},
-          {3232, 3240, u64(0x8123456789ABCDEF)},
-          {3248, 3249, u8(1)}}},
-        {"an override taken back",
-         message([](auto& p) { p.setOverrideHomeIPType(IPType::UNKNOWN); }),
-         kModifySize,
-         {noIndex, {1112, 1116, u32(255)}}},
-        {"texts longer than their fields",
-         message([](auto& p) {
-             setLongTexts(p);
-             p.setProfileName(std::string(51, 'n'));
-         }),
-         kModifySize,
-         {noIndex,
-          {8, 9, text(std::string(50, 'n'))},
-          {84, 85, text(std::string(150, 'a'))},
-          {404, 405, text(std::string(127, 'u'))},
-          {533, 534, text(std::string(127, 'p'))}}},
-    });
-}
+constexpr Place kAuth2 = {2216, 2220, 2220, 2224}, kUser2 = {2224, 2225, 2228, 2229},
+                kPassword2 = {2353, 2354, 2357, 2358}, kApn2 = {2506, 2507, 2510, 2511},
+                kPdn2 = {2658, 2660, 2662, 2664}, kClass2 = {2728, 2729, 2732, 2733},
+                kPdnAuth2 = {2730, 2732, 2734, 2736}, kPdnUser2 = {2736, 2737, 2740, 2741},
+                kPdnPassword2 = {2865, 2866, 2869, 2870};
 
-TEST(MessagesTest, Create3gpp2) {
-    const auto message = create<Modem3gpp2Profile>;
-    const Field type = {kNoFlag, 0, u32(1)};
-    const Field persistent = {2176, 2177, u8(0)};
-    expectMessages({
-        {"nothing present",
-         message([](auto& p) { setNothing(p); }),
-         kCreateSize,
-         {type, persistent}},
-        {"everything present",
-         message([](auto& p) { setCommon(p); }),
-         kCreateSize,
-         {type,
-          {2176, 2177, u8(1)},
-          {2216, 2220, u32(2)},
-          {2224, 2225, text("me")},
-          {2353, 2354, text("secret")},
-          {2506, 2507, text("internet")},
-          {2658, 2660, u32(1)},
-          {2728, 2729, u8(3)},
-          {2730, 2732, u32(2)},
-          {2736, 2737, text("me")},
-          {2865, 2866, text("secret")},
-          {3228, 3232, u64(0x8123456789ABCDEF)},
-          {3240, 3241, u8(1)}}},
-        {"texts longer than their fields",
-         message([](auto& p) { setLongTexts(p); }),
-         kCreateSize,
-         {type,
-          persistent,
-          {2224, 2225, text(std::string(127, 'u'))},
-          {2353, 2354, text(std::string(127, 'p'))},
-          {2506, 2507, text(std::string(150, 'a'))},
-          {2736, 2737, text(std::string(127, 'u'))},
-          {2865, 2866, text(std::string(127, 'p'))}}},
-        {"unknown values",
-         message([](auto& p) {
-             p.setAuthType(AuthType(5));
-             p.setCommonIPType(IPType::UNKNOWN);
-         }),
-         kCreateSize,
-         {type, persistent, {2216, 2220, u32(0)}, {2658, 2660, u32(2)}, {2730, 2732, u32(0)}}},
-    });
-}
-
-TEST(MessagesTest, Modify3gpp2) {
-    const auto message = modify<Modem3gpp2Profile>;
-    const Field type = {kNoFlag, 0, u32(1)};
-    const Field noIndex = {kNoFlag, 4, u8(0xFF)};
-    expectMessages({
-        {"nothing present", message([](auto& p) { setNothing(p); }), kModifySize, {type, noIndex}},
-        {"everything present",
-         message([](auto& p) { setCommon(p); }),
-         kModifySize,
-         {type,
-          {kNoFlag, 4, u8(7)},
-          {2220, 2224, u32(2)},
-          {2228, 2229, text("me")},
-          {2357, 2358, text("secret")},
-          {2510, 2511, text("internet")},
-          {2662, 2664, u32(1)},
-          {2732, 2733, u8(3)},
-          {2734, 2736, u32(2)},
-          {2740, 2741, text("me")},
-          {2869, 2870, text("secret")},
-          {3232, 3240, u64(0x8123456789ABCDEF)},
-          {3248, 3249, u8(1)}}},
+TEST(MessagesTest, EachSettingOf3gpp2HasItsPlacesAndForm) {
+    const std::vector<Row<Modem3gpp2Profile>> typical = {
+        {auth(AuthType::CHAP), {kAuth2, kPdnAuth2}, u32(2)},
+        {user("me"), {kUser2, kPdnUser2}, text("me")},
+        {password("secret"), {kPassword2, kPdnPassword2}, text("secret")},
+        {apn("internet"), {kApn2}, text("internet")},
+        {common(V6), {kPdn2}, u32(1)},
+        {apnClass(ApnClass::INET), {kClass2}, u8(3)},
+        {apnTypes(0x8123456789ABCDEF), {kTypes}, u64(0x8123456789ABCDEF)},
+        {clat(true), {kClat}, u8(1)},
+    };
+    expectMessages<Modem3gpp2Profile>({});
+    expectMessages(typical, true, 0x107);
+    expectEachRow(typical);
+    expectEachRow<Modem3gpp2Profile>({
+        {auth(AuthType(5)), {kAuth2, kPdnAuth2}, u32(0)},
+        {common(UNKNOWN), {kPdn2}, u32(2)},
+        {user(longText(128)), {kUser2, kPdnUser2}, text(longText(127))},
+        {password(longText(127)), {kPassword2, kPdnPassword2}, text(longText(127))},
+        {apn(longText(200)), {kApn2}, text(longText(150))},
     });
 }
 
