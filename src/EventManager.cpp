@@ -88,11 +88,14 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
 int EventManager::removeEventHandler(int fd) {
     ZEM_LOG(LOG_VERBOSE, "EventManager::removeEventHandler(int fd) EX");
     bool watched = false;
+    bool known = false;
     HandlerObject handler;
     {
         const MutexLock lock(mutex);
         watched = epoll_ctl(epollFd, EPOLL_CTL_DEL, fd, nullptr) == 0;
-        handler = handlers[fd];  // an unknown descriptor gets an empty entry, erased again below
+        const auto entry = handlers.find(fd);
+        known = entry != handlers.end();
+        if (known) handler = entry->second;
     }
     if (!watched) ZEM_LOG(LOG_ERROR, "Cannot remove event handler");
     if (handler.closeCallback) handler.closeCallback(fd, handler.data);
@@ -100,10 +103,10 @@ int EventManager::removeEventHandler(int fd) {
     int lost = 0;
     {
         const MutexLock lock(mutex);
-        erased = handlers.erase(fd);
+        if (known) erased = handlers.erase(fd);
         lost = remApprovedFd(fd);
     }
-    if (erased != 1) {
+    if (known && erased != 1) {
         ZEM_LOG(LOG_ERROR, "handlers.erase for fd %d, returned %d!", fd, static_cast<int>(erased));
     }
     return lost;

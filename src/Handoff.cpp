@@ -1,12 +1,20 @@
 #include "Handoff.h"
 
+#include <zem/EventManager.h>
+
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
 #include "LogWrapper.h"
 
 namespace zem {
+namespace {
+
+constexpr std::chrono::milliseconds kApprovalCheck(100);
+
+}  // namespace
 
 int Handoff::open() {
     const MutexLock lock(mutex);
@@ -18,7 +26,9 @@ EventFd Handoff::close() {
     MutexLock lock(mutex);
     EventFd last = std::move(requestFd);  // a later caller's write fails
     // An event that is already in the loop's hands would find the descriptor gone, or a stranger's.
-    while (signalled) lock.wait(drained);
+    // It never comes when an outsider took the approval away: the loop then closes the descriptor.
+    while (signalled && EventManager::isApprovedFd(last.get())) lock.wait(drained, kApprovalCheck);
+    if (signalled) last.release();
     closed = true;
     answered.notify_all();
     return last;

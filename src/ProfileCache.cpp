@@ -201,7 +201,7 @@ void ProfileCache::onIndication(ProfileChangedInd ind) {
         case ProfileChangedEvent::ProfileReady:
             refresh();
             break;
-        default:
+        default:  // a number that is no enumerator
             ZEM_LOG(LOG_ERROR, "Invalid ProfileChangedEvent");
             break;
     }

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <new>
+#include <exception>
 #include <optional>
 #include <utility>
 
@@ -160,7 +160,7 @@ void ZapWdsProxy::zapIndCb(zap_client_handle client, unsigned int messageId, uns
         IndInfo_t ind = {client, messageId, {buffer, buffer + length}};
         const MutexLock lock(proxy->queueMutex);
         proxy->indQueue.push_back(std::move(ind));
-    } catch (const std::bad_alloc&) {  // must not pass through the C library
+    } catch (const std::exception&) {  // must not pass through the C library
         refuse();
         return;
     }

@@ -1,6 +1,8 @@
 // The engine: its hand-off, its dispatch, its beginning and its end.
 
 #include <dirent.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -265,6 +267,18 @@ TEST_F(EngineTest, EngineMayEndWhileACallIsUnderWay) {
     }
     EXPECT_EQ(log.countContaining("Cannot remove event handler"), 0u);
     EXPECT_EQ(log.countContaining("Error while clearing the read buffer"), 0u);
+}
+
+TEST(HandoffTest, CloseDoesNotWaitForALoopThatNoLongerWatches) {
+    Handoff handoff;
+    pollfd request = {handoff.open(), POLLIN, 0};  // approved for no loop
+    auto waiter = std::async(std::launch::async, [&handoff] {
+        return handoff.call(std::make_shared<GetRequest>(nullptr));
+    });
+    ASSERT_EQ(poll(&request, 1, 10000), 1);
+    EXPECT_EQ(handoff.close().get(), -1);  // such a loop has closed it itself
+    EXPECT_EQ(waiter.get(), nullptr);
+    close(request.fd);
 }
 
 TEST_F(EngineTest, SecondEngineServesWhileKeysOfTheFirstAreHeld) {

@@ -6,8 +6,8 @@
 // callers must not overlap calls; dropping a profile key counts as a call. If two calls do overlap,
 // the later request replaces the earlier one and either caller may get the answer.
 //
-// No operation throws. Before init each gives its failure value and logs one line; when the engine
-// or the modem refuses, each gives its failure value and the log has the answer.
+// No operation but init throws. Before init each gives its failure value and logs one line; when
+// the engine or the modem refuses, each gives its failure value and the log has the answer.
 #pragma once
 
 #include <list>
@@ -32,7 +32,9 @@ class ZEM_EXPORT Manager {
 
     Manager();
 
-    // Stops the engine. Keys that are still held stay valid objects, but reach nothing any more.
+    // Stops the engine, once it is done with what it is doing: up to 1000 ms for each modem request
+    // under way. Keys that are still held stay valid objects, but reach nothing any more. Never
+    // from a listener.
     ~Manager();
 
     Manager(const Manager&) = delete;
@@ -41,11 +43,12 @@ class ZEM_EXPORT Manager {
     // Starts the engine for one modem instance (subscription) and selects where log lines go: to
     // the Android log when useAndroidLog is true, else to the diagnostic channel. The profiles
     // arrive with the modem's first report or with refresh(COMPLETE). A second call replaces the
-    // engine; all keys of the first then reach nothing. Aborts the process when the system has no
-    // descriptor left, and throws std::system_error when it has no thread.
+    // engine; all keys of the first then reach nothing. Never from a listener. Aborts the process
+    // when the system has no descriptor left, and throws std::system_error when it has no thread.
     void init(int instance, bool useAndroidLog);
 
-    // Creates a profile on the modem. Null when the modem refuses or a refresh is in progress.
+    // Creates a profile on the modem. Null when the modem refuses, during a refresh, and for a
+    // technology that nobody knows.
     std::shared_ptr<IProfileKey> addProfile(const AddProfileParams& params);
 
     // Changes the settings that are present in params. False for a null, foreign or expired key and

@@ -1,6 +1,7 @@
 // Mutex: std::mutex with the annotations that clang's lock checks need.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -33,6 +34,9 @@ class ZEM_SCOPED_CAPABILITY MutexLock {
     // Gives the mutex up while waiting; may return early, so callers test their condition in a
     // loop.
     void wait(std::condition_variable& condition) { condition.wait(lock); }
+    void wait(std::condition_variable& condition, std::chrono::milliseconds limit) {
+        condition.wait_for(lock, limit);
+    }
 
   private:
     std::unique_lock<std::mutex> lock;

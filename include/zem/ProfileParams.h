@@ -243,7 +243,7 @@ class ZEM_EXPORT FilterProfileParams : public ProfileParams {
     FilterProfileParams() = default;
 
     // All settings of params are asked for, the markers of a library profile included.
-    explicit FilterProfileParams(const ProfileParams& params);
+    FilterProfileParams(const ProfileParams& params);
 
     // Index on the modem.
     bool hasFilterByProfileId() const { return filterByProfileId.has_value(); }
