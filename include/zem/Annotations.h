@@ -14,8 +14,6 @@
 #define ZEM_CAPABILITY(name) ZEM_THREAD_ATTRIBUTE(capability(name))
 #define ZEM_SCOPED_CAPABILITY ZEM_THREAD_ATTRIBUTE(scoped_lockable)
 #define ZEM_GUARDED_BY(mutex) ZEM_THREAD_ATTRIBUTE(guarded_by(mutex))
-#define ZEM_REQUIRES(...) ZEM_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
-#define ZEM_EXCLUDES(...) ZEM_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define ZEM_ACQUIRE(...) ZEM_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define ZEM_RELEASE(...) ZEM_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define ZEM_NO_THREAD_SAFETY_ANALYSIS ZEM_THREAD_ATTRIBUTE(no_thread_safety_analysis)
