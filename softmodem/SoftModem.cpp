@@ -220,13 +220,13 @@ std::vector<DiagLine> SoftModem::diagLines() const {
     return {state.diagLines.begin(), state.diagLines.end()};
 }
 
+std::string SoftModem::storeText() const {
+    const Lock lock(state.mutex);
+    return formatStores(state.stores);
+}
+
 void SoftModem::save(const std::string& path) const {
-    Stores copy;
-    {
-        const Lock lock(state.mutex);
-        copy = state.stores;
-    }
-    writeFileAtomically(path, formatStores(copy));
+    writeFileAtomically(path, storeText());
 }
 
 void SoftModem::load(const std::string& path) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -37,7 +38,8 @@ Outcome zemctl(const std::string& arguments) {
     argv.reserve(texts.size());
     for (const std::string& text : texts) argv.push_back(text.c_str());
     std::ostringstream out, err;
-    const int status = zemctl::runCommandLine(static_cast<int>(argv.size()), argv.data(), out, err);
+    const int status =
+        zemctl::runCommandLine(static_cast<int>(argv.size()), argv.data(), {std::cin, out, err});
     return {status, out.str(), err.str()};
 }
 
@@ -66,7 +68,7 @@ TEST(ZemctlPolicies, VerbsRunInOrderAndShowTheirAnswer) {
         {"updates on updates off setup-call --apn internet --home v4", 0, "internet V4V6 DEFAULT"},
         // two keys to one profile: the second takes it along
         {"setup-call --apn a setup-call --apn a", 0,
-         "3GPP:5 +data call +transient +on the modem\n +3GPP:5 +data call +transient +gone"},
+         "3GPP:5 +data call +transient +on the modem\n +k2 +3GPP:5 +data call +transient +gone"},
         {"emergency-call --apn sos", 0, "3GPP:3, found: "},
         {"--help", 0, "setup-call"},
         {"emergency-call --factory none --apn sos", 0, "3GPP:1, created: .*EMERGENCY emergency"},
@@ -98,7 +100,7 @@ TEST(ZemctlPolicies, WrongUseIsOneLineAndStatusTwo) {
         {"setup-call --class x", "ims, admn, inet, app"},
         {"setup-call --types default,agps", "default, mms, supl"},
         {"setup-call --tech 4g", "3gpp, 3gpp2"},
-        {"setup-call --tech 3gpp2 --roam v4", "no setting of a 3GPP2 profile"},
+        {"setup-call --tech 3gpp2 --roam v4", "--roam: 3GPP2 profiles have no RoamIPType"},
         {"attach --clat maybe", "on, off"},
         {"attach --wait-time 65536", "0 to 65535"},
         {"attach --factory x", "default"},
@@ -110,6 +112,8 @@ TEST(ZemctlPolicies, WrongUseIsOneLineAndStatusTwo) {
         {"apply-apns FILE", "--plmn"},
         {"apply-apns --plmn 99999 FILE", "no entry for operator 99999"},
         {"attach story --plmn 26201 FILE", "stands alone"},
+        {"attach --anp x", "'attach' has no option '--anp'; did you mean '--apn'?"},
+        {"atach", "no verb 'atach'; did you mean 'attach'?"},
         {"story --plmn 26201 /nonexistent", "No such file"},
     };
     for (const auto& [arguments, message] : cases) {

@@ -1,4 +1,5 @@
 // ModemAccess on a device: the modem is reached through the library alone.
+#include <stdexcept>
 #include <thread>
 
 #include "ModemAccess.h"
@@ -13,7 +14,7 @@ constexpr std::chrono::milliseconds kBetweenTries(100);
 
 struct ModemAccess::Impl {};
 
-ModemAccess::ModemAccess() = default;
+ModemAccess::ModemAccess(int /*subscription*/) {}
 ModemAccess::~ModemAccess() = default;
 
 bool ModemAccess::inProcess() const {
@@ -33,11 +34,29 @@ bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::millisecond
     return true;
 }
 
+bool ModemAccess::isUp() const {
+    return true;
+}
+
+std::string ModemAccess::storeText() const {
+    return {};
+}
+
+void ModemAccess::save(const std::string& /*path*/) const {}
+
+void ModemAccess::load(const std::string& path) {
+    throw std::runtime_error(path + ": a device's modem has no file");
+}
+
 std::vector<StoredProfile> ModemAccess::profiles() const {
     return {};
 }
 
+void ModemAccess::boot() {}
+
 void ModemAccess::restart() {}
+
+void ModemAccess::hurry() {}
 
 bool ModemAccess::storeFactoryProfiles() {
     return false;

@@ -1,9 +1,15 @@
 #include "LibraryLog.h"
 
-#include <vector>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
 
 #include <android/log.h>
-#include <CLI/CLI.hpp>
+
+#include "Secrets.h"
+#include "Text.h"
 
 namespace zemctl {
 
@@ -12,37 +18,64 @@ namespace {
 constexpr struct {
     const char* name;
     int priority;
+    char letter;
 } kLevels[] = {
-    {"verbose", ANDROID_LOG_VERBOSE}, {"debug", ANDROID_LOG_DEBUG},
-    {"info", ANDROID_LOG_INFO},       {"api", ANDROID_LOG_INFO},  // both go out at this priority
-    {"error", ANDROID_LOG_ERROR},     {"fatal", ANDROID_LOG_FATAL},
+    {"verbose", ANDROID_LOG_VERBOSE, 'V'}, {"debug", ANDROID_LOG_DEBUG, 'D'},
+    {"info", ANDROID_LOG_INFO, 'I'},       {"error", ANDROID_LOG_ERROR, 'E'},
+    {"fatal", ANDROID_LOG_FATAL, 'F'},
 };
+
+// On the thread that logs: one write for each line, so that lines of two threads do not mix.
+void writeLine(int priority, const char* tag, const char* text) {
+    char letter = '?';
+    for (const auto& level : kLevels) {
+        if (level.priority == priority) {
+            letter = level.letter;
+        }
+    }
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    tm parts = {};
+    localtime_r(&now.tv_sec, &parts);
+    char stamp[32];
+    snprintf(stamp, sizeof stamp, "%02d:%02d:%02d.%03d %c ", parts.tm_hour, parts.tm_min,
+             parts.tm_sec, static_cast<int>(now.tv_usec / 1000), letter);
+    const std::string line = stamp + std::string(tag ? tag : "") + ": " +
+                             printable(withoutSecrets(text ? text : "")) + '\n';
+    if (write(STDERR_FILENO, line.data(), line.size()) < 0) {
+        return;  // nobody reads
+    }
+}
 
 }  // namespace
 
-void addLogOption(CLI::App& app, std::string& level) {
+std::vector<std::string> libraryLogLevels() {
     std::vector<std::string> names;
-    for (const auto& known : kLevels) {
-        names.emplace_back(known.name);
+    for (const auto& level : kLevels) {
+        names.emplace_back(level.name);
     }
-    app.add_option("--log", level,
-                   "Show the library's own lines from this level on; passwords are in the clear")
-        ->check(CLI::IsMember(names))
-        ->type_name("LEVEL");
+    return names;
 }
 
-bool setLibraryLog(const std::string& name) {
-    if (name.empty()) {
-        __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
-        return true;
-    }
+void setLibraryLog(const std::string& name) {
     for (const auto& level : kLevels) {
         if (name == level.name) {
             __android_log_set_minimum_priority(level.priority);
-            return true;
+#ifdef __ANDROID__
+            __android_log_set_logger([](const __android_log_message* message) {
+                writeLine(message->priority, message->tag, message->message);
+            });
+#else  // of an earlier release
+            __android_log_set_logger([](const __android_logger_data* data, const char* text) {
+                writeLine(data->priority, data->tag, text);
+            });
+#endif
+            return;
         }
     }
-    return false;
+#ifndef __ANDROID__  // where the lines go to the system's log, as any process's do
+    __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+#endif
 }
 
 }  // namespace zemctl

@@ -1,19 +1,16 @@
-// LibraryLog: how many of the library's own lines come through.
+// LibraryLog: how many of the library's own lines come through, and how they look.
 #pragma once
 
 #include <string>
-
-namespace CLI {
-class App;
-}
+#include <vector>
 
 namespace zemctl {
 
-// Declares --log.
-void addLogOption(CLI::App& app, std::string& level);
+// "verbose" to "fatal", the most talkative first.
+std::vector<std::string> libraryLogLevels();
 
-// Lets the library's lines through from that level on; an empty name lets none through. False for
-// an unknown name. Must come before the library is started.
-bool setLibraryLog(const std::string& level);
+// Writes the library's lines from that level on to standard error, passwords masked as in all of
+// the tool's output; an empty name lets none through. Must come before the library is started.
+void setLibraryLog(const std::string& level);
 
 }  // namespace zemctl

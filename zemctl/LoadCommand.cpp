@@ -9,8 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include <zem/Manager.h>
 
 #include "FilterQuestions.h"
@@ -19,6 +17,8 @@
 #include "ModemView.h"
 #include "OperatorList.h"
 #include "Report.h"
+#include "Secrets.h"
+#include "Session.h"
 #include "Settings.h"
 #include "Text.h"
 
@@ -31,11 +31,6 @@ using zem::ProfileParams;
 
 constexpr int kInstance = 0;
 constexpr zem::TechType kTech = zem::TechType::TECH_3GPP;
-
-struct Options {
-    OperatorOptions source;
-    std::string log;
-};
 
 // Profiles that the modem needs before anybody asks for data: they outlive their key and a restart
 // of the modem.
@@ -68,7 +63,8 @@ struct Loaded {
 
 class LoadCommand {
   public:
-    LoadCommand(const Options& given, std::ostream& out) : options(given), report(out) {}
+    LoadCommand(const OperatorOptions& options, const CarrierList& entries, Session& owner)
+        : source(options), list(entries), session(owner), report(owner.report) {}
 
     int run();
 
@@ -98,18 +94,19 @@ class LoadCommand {
     std::optional<StoredProfile> stored(const Loaded& profile) const;
 
     // Keys are released through the manager, which talks to the modem.
-    const Options options;
-    Report report;
+    const OperatorOptions source;
+    const CarrierList list;
+    Session& session;
+    Report& report;
     ModemAccess modem;
     // Not the process's own: the last step stops it and looks for what it left open at the modem.
     std::unique_ptr<zem::Manager> manager;
-    CarrierList list;
     std::vector<Loaded> loaded;
 };
 
 int LoadCommand::run() {
-    list = readOperator(options.source);
-    reportOperator(report, options.source, list);
+    report.number();
+    reportOperator(report, source, list);
     if (startLibrary()) {
         addProfiles();
         if (!loaded.empty()) {
@@ -134,7 +131,7 @@ int LoadCommand::run() {
 
 bool LoadCommand::startLibrary() {
     report.step("Start the library on modem instance " + std::to_string(kInstance));
-    setLibraryLog(options.log);
+    setLibraryLog(session.logLevel());
     manager = std::make_unique<zem::Manager>();
     manager->init(kInstance, true);
     return report.check(modem.waitForLibrary(*manager),
@@ -153,7 +150,9 @@ void LoadCommand::addProfiles() {
     const auto shown = [](bool present, const std::string& text) {
         return present ? text : std::string("-");
     };
+    Progress progress(session.output, "adding", list.usable.size());
     for (const CarrierEntry& entry : list.usable) {
+        progress.step();
         const ProfileParams& params = entry.params;
         auto key = add(params);
         table.row({std::to_string(entry.line), entry.carrier, printable(params.getApnName()),
@@ -162,8 +161,8 @@ void LoadCommand::addProfiles() {
                    shown(params.hasRoamIPType(), ipTypeName(params.getRoamIPType())),
                    shown(params.hasAuthType(), authTypeName(params.getAuthType())),
                    shown(params.hasUserName(), printable(params.getUserName())),
-                   shown(params.hasPassword(), kMask), params.getIsApnDisabled() ? "off" : "on",
-                   kindOf(params),
+                   shown(params.hasPassword(), printable(secret(params.getPassword()))),
+                   params.getIsApnDisabled() ? "off" : "on", kindOf(params),
                    key ? profileName(key->getTechType(), key->getProfileId()) : "refused"});
         if (key) {
             const int id = key->getProfileId();
@@ -549,7 +548,7 @@ void LoadCommand::conclude() {
     const size_t refused = list.usable.size() - loaded.size();
     report.step("Summary");
     report.check(loaded.size() + refused + list.skipped.size() == list.entries,
-                 counted(list.entries, "entry", "entries") + " of " + options.source.plmn + ": " +
+                 counted(list.entries, "entry", "entries") + " of " + source.plmn + ": " +
                      std::to_string(loaded.size()) + " added, " +
                      (refused == 0 ? "" : std::to_string(refused) + " refused by the modem, ") +
                      skippedSummary(list));
@@ -562,11 +561,11 @@ void LoadCommand::conclude() {
 
 }  // namespace
 
-RunVerb declareLoad(CLI::App& app) {
-    auto options = std::make_shared<Options>();
-    addOperatorOptions(app, options->source);
-    addLogOption(app, options->log);
-    return [options](std::ostream& out) { return LoadCommand(*options, out).run(); };
+Step prepareLoad(const Given& given) {
+    const OperatorOptions source = operatorOf(given);
+    return [source, list = readOperator(source)](Session& session) {
+        return LoadCommand(source, list, session).run();
+    };
 }
 
 }  // namespace zemctl

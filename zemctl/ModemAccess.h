@@ -23,7 +23,7 @@ struct StoredProfile {
 
 class ModemAccess {
   public:
-    ModemAccess();
+    explicit ModemAccess(int subscription = 0);
     ~ModemAccess();
     ModemAccess(const ModemAccess&) = delete;
     ModemAccess& operator=(const ModemAccess&) = delete;
@@ -37,8 +37,19 @@ class ModemAccess {
     bool waitForLibrary(zem::Manager& manager,
                         std::chrono::milliseconds limit = std::chrono::seconds(10));
 
+    bool isUp() const;
     std::vector<StoredProfile> profiles() const;
+    void boot();  // the library registers anew
     void restart();
+
+    // The stores of all subscriptions as a text, to a file and from one. Both throw
+    // std::runtime_error with the file's name, and its line where one is at fault.
+    std::string storeText() const;
+    void save(const std::string& path) const;
+    void load(const std::string& path);
+
+    // From now on the modem answers at once, and a request that it would not answer fails.
+    void hurry();
 
     // Puts the factory profiles into the modem, as it comes from its maker. False when a place is
     // taken.

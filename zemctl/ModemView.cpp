@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "Secrets.h"
 #include "Settings.h"
 #include "Text.h"
 
@@ -78,8 +79,8 @@ ProfileId idOf(const std::shared_ptr<zem::IProfileKey>& key) {
 }
 
 std::string shownField(const std::pair<std::string, std::string>& field) {
-    const bool secret = lowerCase(field.first).find("password") != std::string::npos;
-    return secret ? kMask : printable(field.second);
+    const bool isSecret = lowerCase(field.first).find("password") != std::string::npos;
+    return printable(isSecret ? secret(field.second) : field.second);
 }
 
 std::vector<FieldChange> changedFields(const std::vector<StoredProfile>& before,

@@ -3,20 +3,20 @@
 #include <map>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "Text.h"
 #include "Verb.h"
 
 namespace zemctl {
 
-void addOperatorOptions(CLI::App& app, OperatorOptions& options) {
-    app.add_option("--plmn", options.plmn, "Operator: MCC and MNC, such as 31026 or 310260")
-        ->required()
-        ->type_name("MCCMNC");
-    app.add_option("FILE", options.file, "Carrier list in Android's apns-conf.xml format")
-        ->required()
-        ->type_name("");
+Arguments operatorArguments() {
+    return {
+        {"--plmn", "MCCMNC", "Operator: MCC and MNC, such as 31026 or 310260", Arity::kRequired},
+        {"FILE", "", "Carrier list in Android's apns-conf.xml format", Arity::kRequired,
+         fileNames}};
+}
+
+OperatorOptions operatorOf(const Given& given) {
+    return {given.text("FILE"), given.text("--plmn")};
 }
 
 CarrierList readOperator(const OperatorOptions& options) {

@@ -5,10 +5,7 @@
 
 #include "CarrierList.h"
 #include "Report.h"
-
-namespace CLI {
-class App;
-}
+#include "Verb.h"
 
 namespace zemctl {
 
@@ -17,8 +14,9 @@ struct OperatorOptions {
     std::string plmn;
 };
 
-// Declares --plmn and FILE.
-void addOperatorOptions(CLI::App& app, OperatorOptions& options);
+// --plmn and FILE.
+Arguments operatorArguments();
+OperatorOptions operatorOf(const Given& given);
 
 // Throws UsageError when the operator or the file is wrong, or the one is not in the other.
 CarrierList readOperator(const OperatorOptions& options);

@@ -27,12 +27,11 @@ std::string namesOf(const std::set<ProfileId>& ids) {
 
 }  // namespace
 
-bool Phone::start(const std::string& logLevel, bool factoryProfiles) {
+bool Phone::start(const std::string& logLevel) {
     report.step("Boot the modem and start the library on instance " + std::to_string(kInstance));
     if (!modem.inProcess()) {
         report.line("The device's modem has booted, with profiles of its own.");
-    } else if (factoryProfiles &&
-               !report.check(modem.storeFactoryProfiles(), "the modem has its factory profiles")) {
+    } else if (!report.check(modem.storeFactoryProfiles(), "the modem has its factory profiles")) {
         return false;
     }
     setLibraryLog(logLevel);
@@ -100,17 +99,10 @@ std::optional<ProfileId> Phone::take(const std::string& purpose, const Key& key,
     report.check(wrong.empty(), "the modem stores it as it should be, and all others as before",
                  wrong);
 
-    const auto same =
-        std::find_if(held.begin(), held.end(), [&](const Held& other) { return other.id == id; });
-    const bool transient = created ? createsTransient : same != held.end() && same->transient;
-    held.push_back({purpose, id, transient, std::make_shared<std::atomic<bool>>(false), key});
-    listen(held.back());
+    const bool transient = created ? createsTransient : keys.isTransient(id);
+    const HeldKey& held = keys.hold(key, purpose, transient);
+    report.line("held as " + held.name + (transient ? ", transient" : ""));
     return id;
-}
-
-// A listener is called once.
-void Phone::listen(const Held& each) {
-    each.key->registerExpirationListener([told = each.told] { *told = true; });
 }
 
 std::optional<ProfileId> Phone::setupCall(TechType tech, const ProfileParams& params) {
@@ -230,16 +222,16 @@ void Phone::changeBehind(const ProfileId& id) {
     }
     report.check(changed && wrong.empty(), "the library reads the new value", wrong);
     wrong.clear();
-    Table table({"KEY", "HELD FOR", "ITS HOLDER"});
-    for (Held& each : held) {
+    Table table({"KEY", "PROFILE", "HELD FOR", "ITS HOLDER"});
+    for (const HeldKey& each : keys) {
         const bool told = each.told->exchange(false);
-        table.row({profileName(each.id), each.purpose, told ? "was told" : "-"});
+        table.row({each.name, profileName(each.id), each.purpose, told ? "was told" : "-"});
         if (told != (each.id == id) || !manager.getProfile(each.key)) {
             wrong.push_back(each.key->dump() + (told ? " was told" : " was not told") +
                             (manager.getProfile(each.key) ? "" : ", and has expired"));
         }
         if (told) {
-            listen(each);
+            KeyRing::listen(each);
         }
     }
     report.table(table);
@@ -256,7 +248,7 @@ void Phone::restartModem() {
     report.table(sideBySide(before, after));
     std::vector<std::string> wrong = after.disagreements();
     std::set<ProfileId> forgotten;
-    for (const Held& each : held) {
+    for (const HeldKey& each : keys) {
         if (!*each.told || manager.getProfile(each.key)) {
             wrong.push_back(each.key->dump() + " has not expired");
         }
@@ -264,7 +256,7 @@ void Phone::restartModem() {
             forgotten.insert(each.id);
         }
     }
-    held.clear();
+    keys.clear();
     for (const auto& entry : before.read) {
         if (after.has(entry.first) == (forgotten.count(entry.first) != 0)) {
             wrong.push_back(profileName(entry.first) +
@@ -282,23 +274,19 @@ bool Phone::onModem(const ProfileId& id) const {
     });
 }
 
-void Phone::releaseKeys() {
-    if (held.empty()) {
-        return;
-    }
-    report.step("Release the keys, one after the other");
-    Table table({"KEY", "HELD FOR", "PROFILE", "NOW"});
+void Phone::releaseKeys(const std::vector<std::string>& names) {
+    Table table({"KEY", "PROFILE", "HELD FOR", "KIND", "NOW"});
     std::vector<std::string> wrong;
-    while (!held.empty()) {
-        Held released = std::move(held.front());
-        held.pop_front();
+    for (const std::string& name : names) {
+        HeldKey released = keys.take(name);
+        const bool wasThere = manager.getProfile(released.key).has_value();
         released.key.reset();
-        const bool last = std::none_of(held.begin(), held.end(),
-                                       [&](const Held& other) { return other.id == released.id; });
+        const auto sameProfile = [&](const HeldKey& other) { return other.id == released.id; };
+        const bool last = std::none_of(keys.begin(), keys.end(), sameProfile);
         const bool there = onModem(released.id);
-        table.row({profileName(released.id), released.purpose,
+        table.row({released.name, profileName(released.id), released.purpose,
                    released.transient ? "transient" : "stays", there ? "on the modem" : "gone"});
-        if (there == (released.transient && last)) {
+        if (wasThere && there == (released.transient && last)) {
             wrong.push_back(profileName(released.id) + (there ? " is still there" : " is gone"));
         }
     }

@@ -1,13 +1,11 @@
 // Phone: what a phone asks of zem::Util, with a second opinion on each answer.
 //
 // Each operation is a step: it shows what was asked, what was answered and what has changed on the
-// modem, and checks all of it. Keys are held until releaseKeys. One thread: the library takes one
+// modem, and checks all of it. Keys go to the key ring. One thread: the library takes one
 // call at a time, and dropping a key is a call.
 #pragma once
 
-#include <atomic>
 #include <functional>
-#include <list>
 #include <memory>
 #include <optional>
 #include <set>
@@ -17,6 +15,7 @@
 #include <zem/Manager.h>
 #include <zem/Util.h>
 
+#include "KeyRing.h"
 #include "ModemAccess.h"
 #include "ModemView.h"
 #include "OperatorList.h"
@@ -27,12 +26,13 @@ namespace zemctl {
 
 class Phone {
   public:
-    // Both outlive the phone.
-    Phone(Report& output, ModemAccess& modemAccess) : report(output), modem(modemAccess) {}
+    // All outlive the phone.
+    Phone(Report& output, ModemAccess& modemAccess, KeyRing& keyRing)
+        : report(output), modem(modemAccess), keys(keyRing) {}
 
-    // Boots the modem, with factory profiles or without, and starts the library. False when nothing
-    // can be asked.
-    bool start(const std::string& logLevel, bool factoryProfiles);
+    // Boots the modem with its factory profiles and starts the library. False when nothing can be
+    // asked.
+    bool start(const std::string& logLevel);
 
     // --- zem::Util's operations; empty when the library gave no key ---
     void allowUpdates(bool allowed);
@@ -50,19 +50,12 @@ class Phone {
     // All keys expire, and the modem forgets its transient profiles.
     void restartModem();
     // The last key to a transient profile takes the profile with it; all others stay.
-    void releaseKeys();
+    void releaseKeys(const std::vector<std::string>& names);
     // What the modem has now, beside what it booted with: nothing transient is left.
     void showSinceBoot();
 
   private:
     using Key = std::shared_ptr<zem::IProfileKey>;
-    struct Held {
-        std::string purpose;
-        ProfileId id;
-        bool transient;
-        std::shared_ptr<std::atomic<bool>> told;  // by the library, that the profile has changed
-        Key key;
-    };
     // What the answered profile has to read like, new or as it was found.
     using Expected = std::function<zem::ProfileParams(const zem::ProfileParams* found)>;
 
@@ -70,18 +63,17 @@ class Phone {
     std::optional<ProfileId> take(const std::string& purpose, const Key& key,
                                   const ModemView& before, const Choice& choice,
                                   bool createsTransient, const Expected& expected);
-    static void listen(const Held& each);
     void update(const CarrierList& list, bool also3gpp2);
     bool onModem(const ProfileId& id) const;
     ModemView look() const { return ModemView::take(manager, modem); }
 
     Report& report;
     ModemAccess& modem;
+    KeyRing& keys;
     zem::Manager& manager = zem::Manager::getInstance();
     zem::Util util;
     bool updatesAllowed = false;
     ModemView booted;
-    std::list<Held> held;
 };
 
 }  // namespace zemctl

@@ -1,130 +1,153 @@
 #include "PolicyVerbs.h"
 
-#include <CLI/CLI.hpp>
+#include <optional>
 
-#include "LibraryLog.h"
-#include "ModemAccess.h"
+#include <nlohmann/json.hpp>
+
+#include "LoadCommand.h"
 #include "OperatorList.h"
-#include "Phone.h"
-#include "ProfileOptions.h"
-#include "Report.h"
-#include "Verb.h"
+#include "ProfileOutput.h"
+#include "Session.h"
+#include "Settings.h"
+#include "StoryCommand.h"
+#include "Values.h"
 
 namespace zemctl {
 
 namespace {
 
-constexpr const char* kNoFactory = "none";
+using zem::TechType;
 
-// What the options of any of the verbs set.
-struct PolicyOptions {
-    zem::ProfileParams params;
-    zem::TechType tech = zem::TechType::TECH_3GPP;
-    int id = 0;
-    bool updates = false;
-    bool also3gpp2 = false;
-    OperatorOptions source;
-};
+constexpr const char* kChecked =
+    "The answer is held against a second opinion, worked out from what the modem stored before.";
 
-using Step = std::function<bool(Phone&)>;
-
-const struct {
-    const char* name;
-    const char* summary;
-    void (*declare)(CLI::App&, PolicyOptions&);
-    // Throws UsageError when the options do not go together.
-    Step (*make)(const PolicyOptions&);
-} kPolicyVerbs[] = {
-    {"setup-call", "Find or create the profile for a data call",
-     [](CLI::App& app, PolicyOptions& options) {
-         addTechOption(app, options.tech);
-         addProfileOptions(app, options.params);
-     },
-     [](const PolicyOptions& options) -> Step {
-         requireSettingsOf(options.tech, options.params);
-         return [=](Phone& phone) {
-             return phone.setupCall(options.tech, options.params).has_value();
-         };
-     }},
-    {"emergency-call", "Find or create the profile for an emergency call",
-     [](CLI::App& app, PolicyOptions& options) { addProfileOptions(app, options.params); },
-     [](const PolicyOptions& options) -> Step {
-         return [=](Phone& phone) { return phone.emergencyCall(options.params).has_value(); };
-     }},
-    {"attach", "Find or create the profile for the LTE attach",
-     [](CLI::App& app, PolicyOptions& options) { addProfileOptions(app, options.params); },
-     [](const PolicyOptions& options) -> Step {
-         return [=](Phone& phone) { return phone.attach(options.params).has_value(); };
-     }},
-    {"match-attach", "Say whether the modem may attach with a profile",
-     [](CLI::App& app, PolicyOptions& options) {
-         app.add_option("--id", options.id, "Index of the 3GPP profile on the modem")
-             ->required()
-             ->check(CLI::Range(0, 255))
-             ->type_name("N");
-         addProfileOptions(app, options.params);
-     },
-     [](const PolicyOptions& options) -> Step {
-         return [=](Phone& phone) { return phone.matchAttach(options.id, options.params); };
-     }},
-    {"apply-apns", "Bring the modem's profiles in line with an operator's carrier list",
-     [](CLI::App& app, PolicyOptions& options) {
-         addOperatorOptions(app, options.source);
-         app.add_flag("--3gpp2", options.also3gpp2,
-                      "Take the entries for the 3GPP2 profiles as well");
-     },
-     [](const PolicyOptions& options) -> Step {
-         return [options, list = readOperator(options.source)](Phone& phone) {
-             phone.applyApns(options.source, list, options.also3gpp2);
-             return true;
-         };
-     }},
-    {"updates", "Whether the verbs that follow may rewrite profiles that they find",
-     [](CLI::App& app, PolicyOptions& options) {
-         addSwitchOption(app, "STATE", options.updates, "on or off; off at first");
-     },
-     [](const PolicyOptions& options) -> Step {
-         return [=](Phone& phone) {
-             phone.allowUpdates(options.updates);
-             return true;
-         };
-     }},
-};
-
-}  // namespace
-
-void PolicyVerbs::declare(CLI::App& app) {
-    for (const auto& verb : kPolicyVerbs) {
-        CLI::App* const subcommand = app.add_subcommand(verb.name, verb.summary);
-        const auto options = std::make_shared<PolicyOptions>();
-        verb.declare(*subcommand, *options);
-        addLogOption(*subcommand, log);
-        subcommand
-            ->add_option("--factory", factory,
-                         "What the modem boots with: its default profiles, or none")
-            ->check(CLI::IsMember({"default", kNoFactory}))
-            ->type_name("default|none");
-        // At once, so that a verb may come again with other options.
-        subcommand->immediate_callback()->callback([this, &verb, options] {
-            steps.push_back(verb.make(*options));
-            *options = {};
-        });
+void refuseDuringRefresh(Session& session) {
+    session.library();
+    if (session.refreshing) {
+        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
     }
 }
 
-int PolicyVerbs::run(std::ostream& out) const {
-    Report report(out);
-    ModemAccess modem;
-    Phone phone(report, modem);
-    bool agreed = true;
-    if (phone.start(log, factory != kNoFactory)) {
-        for (const Step& step : steps) {
-            agreed = step(phone) && agreed;
-        }
-        phone.releaseKeys();
+// The key that the policy has given is the newest on the ring.
+int showAnswer(Session& session, const std::optional<ProfileId>& answer) {
+    if (!answer) {
+        return kRefused;
     }
-    report.countChecks();
-    return agreed && report.checksFailed() == 0 ? kDone : kRefused;
+    const HeldKey* newest = nullptr;
+    for (const HeldKey& each : session.keys) {
+        newest = &each;
+    }
+    session.output.object(toJson(seen(newest->key, session.read(newest->key), session.keys)));
+    return kDone;
+}
+
+Step prepareSetupCall(const Given& given) {
+    TechType tech = TechType::TECH_3GPP;
+    if (given.has("--tech")) {
+        tech = OptionText{"--tech", given.text("--tech")}.oneOf(zem::kTechTypeNames);
+    }
+    const zem::ProfileParams params = settingsOf(given);
+    requireSettingsOf(tech, params);
+    return [=](Session& session) {
+        refuseDuringRefresh(session);
+        return showAnswer(session, session.phone().setupCall(tech, params));
+    };
+}
+
+Step prepareEmergencyCall(const Given& given) {
+    return [params = settingsOf(given)](Session& session) {
+        refuseDuringRefresh(session);
+        return showAnswer(session, session.phone().emergencyCall(params));
+    };
+}
+
+Step prepareAttach(const Given& given) {
+    return [params = settingsOf(given)](Session& session) {
+        refuseDuringRefresh(session);
+        return showAnswer(session, session.phone().attach(params));
+    };
+}
+
+Step prepareMatchAttach(const Given& given) {
+    const int id = OptionText{"--id", given.text("--id")}.number(0, 255);
+    return [id, params = settingsOf(given)](Session& session) {
+        refuseDuringRefresh(session);
+        const bool answer = session.phone().matchAttach(id, params);
+        session.output.object(
+            {{"profile", profileName(TechType::TECH_3GPP, id)}, {"matches", answer}});
+        return answer ? kDone : kRefused;
+    };
+}
+
+Step prepareApplyApns(const Given& given) {
+    const OperatorOptions source = operatorOf(given);
+    return
+        [source, list = readOperator(source), also3gpp2 = given.has("--3gpp2")](Session& session) {
+            refuseDuringRefresh(session);
+            session.phone().applyApns(source, list, also3gpp2);
+            return kDone;
+        };
+}
+
+Step prepareUpdates(const Given& given) {
+    return [allowed =
+                OptionText{"updates", given.text("STATE")}.oneOf(kSwitchNames)](Session& session) {
+        session.phone().allowUpdates(allowed);
+        return kDone;
+    };
+}
+
+}  // namespace
+
+VerbGroup policyVerbs() {
+    return {
+        "Policies",
+        {
+            {"setup-call", "Find or create the profile for a data call", kChecked,
+             "setup-call --apn internet --home v4v6",
+             settingArguments() +
+                 Arguments{{"--tech", "3gpp|3gpp2",
+                            "Family of profiles, 3gpp unless said otherwise", Arity::kOptional,
+                            [](const Typing&) { return namesOf(zem::kTechTypeNames); }}},
+             Where::kAnywhere, prepareSetupCall},
+            {"emergency-call", "Find or create the profile for an emergency call", kChecked,
+             "emergency-call --apn sos", settingArguments(), Where::kAnywhere,
+             prepareEmergencyCall},
+            {"attach", "Find or create the profile for the LTE attach", kChecked,
+             "attach --apn internet --home v4v6", settingArguments(), Where::kAnywhere,
+             prepareAttach},
+            {"match-attach", "Say whether the modem may attach with a profile",
+             "A no is exit status 1.", "match-attach --id 1 --apn internet",
+             Arguments{{"--id", "N", "Index of the 3GPP profile on the modem, 0 to 255",
+                        Arity::kRequired}} +
+                 settingArguments(),
+             Where::kAnywhere, prepareMatchAttach},
+            {"apply-apns", "Bring the modem's profiles in line with an operator's carrier list",
+             "By APN class, then the APN types. When a class has several entries, the last one "
+             "decides.",
+             "apply-apns --plmn 26202 examples/carriers.xml",
+             operatorArguments() +
+                 Arguments{{"--3gpp2", "", "Take the entries for the 3GPP2 profiles as well",
+                            Arity::kSwitch}},
+             Where::kAnywhere, prepareApplyApns},
+            {"updates",
+             "Whether the policies may rewrite profiles that they find; off at first",
+             "",
+             "updates on",
+             {{"STATE", "", "on or off", Arity::kRequired,
+               [](const Typing&) { return namesOf(kSwitchNames); }}},
+             Where::kAnywhere,
+             prepareUpdates},
+            {"story", "Tell a phone's story: boot, carrier list, attach, calls, restart, release",
+             "On a modem of its own. Every step says what it expects and checks it.",
+             "story --plmn 311480 examples/carriers.xml", operatorArguments(), Where::kCommandLine,
+             prepareStory},
+            {"load", "Load an operator's carrier list into the modem and check each step",
+             "On a modem of its own, through every operation of zem::Manager.",
+             "load --plmn 26201 examples/carriers.xml", operatorArguments(), Where::kCommandLine,
+             prepareLoad},
+        },
+    };
 }
 
 }  // namespace zemctl

@@ -22,7 +22,7 @@ void Table::row(std::vector<std::string> cells) {
     rows.push_back(std::move(cells));
 }
 
-void Table::print(std::ostream& out, size_t indent) const {
+void Table::print(const Output& output, size_t indent) const {
     std::vector<size_t> widths(rows.front().size());
     for (const auto& cells : rows) {
         for (size_t i = 0; i < cells.size(); ++i) {
@@ -35,23 +35,28 @@ void Table::print(std::ostream& out, size_t indent) const {
             text += cells[i] + std::string(widths[i] - columns(cells[i]) + 2, ' ');
         }
         text.erase(text.find_last_not_of(' ') + 1);
-        out << text << '\n';
+        output.text() << (&cells == &rows.front() ? output.bold(text) : text) << '\n';
     }
 }
 
 void Report::step(const std::string& title) {
-    out << '\n'
-        << ++steps << ". " << title
-        << std::endl;  // in order with the library's lines on standard error
+    ++steps;
+    std::ostream& out = output.text();
+    if (numbered) {
+        out << '\n' << output.bold(std::to_string(steps) + ". " + title);
+    } else {
+        out << output.bold(title);
+    }
+    out << std::endl;  // in order with the library's lines on standard error
 }
 
 void Report::line(const std::string& text) {
-    out << std::string(kIndent, ' ') << text << '\n';
+    output.text() << std::string(kIndent, ' ') << text << '\n';
 }
 
 void Report::table(const Table& table) {
     if (!table.empty()) {
-        table.print(out, kIndent);
+        table.print(output, kIndent);
     }
 }
 
@@ -61,19 +66,19 @@ void Report::paragraph(const std::string& name, const std::vector<std::string>& 
     size_t used = indent;
     for (const std::string& word : words) {
         if (used > indent && used + columns(word) > kWidth) {
-            out << text.substr(0, text.find_last_not_of(' ') + 1) << '\n';
+            output.text() << text.substr(0, text.find_last_not_of(' ') + 1) << '\n';
             text.assign(indent, ' ');
             used = indent;
         }
         text += word + "  ";
         used += columns(word) + 2;
     }
-    out << text.substr(0, text.find_last_not_of(' ') + 1) << '\n';
+    output.text() << text.substr(0, text.find_last_not_of(' ') + 1) << '\n';
 }
 
 bool Report::check(bool ok, const std::string& statement, const std::vector<std::string>& details) {
     ++checks;
-    line((ok ? "ok     " : "WRONG  ") + statement);
+    line((ok ? output.green("ok") + "     " : output.red("WRONG") + "  ") + statement);
     if (!ok) {
         ++failures;
         for (const std::string& detail : details) {

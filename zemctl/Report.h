@@ -1,9 +1,11 @@
-// Report: what a command prints: numbered steps, aligned tables, and checks that it counts.
+// Report: what a verb prints for people: steps, aligned tables, and checks that it counts.
 #pragma once
 
-#include <ostream>
+#include <cstddef>
 #include <string>
 #include <vector>
+
+#include "Output.h"
 
 namespace zemctl {
 
@@ -15,7 +17,7 @@ class Table {
     void row(std::vector<std::string> cells);
     bool empty() const { return rows.size() == 1; }
 
-    void print(std::ostream& out, size_t indent) const;
+    void print(const Output& output, size_t indent) const;
 
   private:
     std::vector<std::vector<std::string>> rows;  // the header first
@@ -23,9 +25,13 @@ class Table {
 
 class Report {
   public:
-    explicit Report(std::ostream& output) : out(output) {}
+    // Outlives the report.
+    explicit Report(const Output& where) : output(where) {}
 
-    // Begins the next numbered step.
+    // Steps are numbered from here on: they tell one story.
+    void number() { numbered = true; }
+
+    // Begins the next step.
     void step(const std::string& title);
     void line(const std::string& text);
     void table(const Table& table);
@@ -41,7 +47,8 @@ class Report {
     unsigned checksFailed() const { return failures; }
 
   private:
-    std::ostream& out;
+    const Output& output;
+    bool numbered = false;
     unsigned steps = 0;
     unsigned checks = 0;
     unsigned failures = 0;

@@ -1,5 +1,6 @@
 #include "Settings.h"
 
+#include "Secrets.h"
 #include "Text.h"
 
 namespace zemctl {
@@ -32,7 +33,7 @@ Text apnNameText(const ProfileParams& params) {
 }
 
 std::string shown(const Setting& setting, const Text& text) {
-    return !text ? "nothing" : setting.secret ? kMask : printable(*text);
+    return !text ? "nothing" : printable(setting.secret ? secret(*text) : *text);
 }
 
 }  // namespace
@@ -74,52 +75,128 @@ std::optional<unsigned int> apnTypeFromName(std::string_view name) {
 }
 
 const std::vector<Setting> kSettings = {
-    {"ApnName", false, false, apnNameText},
-    {"UserName", false, false,
-     [](const ProfileParams& p) { return textOf(p.hasUserName(), p.getUserName()); }},
-    {"Password", true, false,
-     [](const ProfileParams& p) { return textOf(p.hasPassword(), p.getPassword()); }},
-    {"AuthType", false, false,
-     [](const ProfileParams& p) { return textOf(p.hasAuthType(), authTypeName(p.getAuthType())); }},
-    {"HomeIPType", false, false,
+    {"ApnName", "--apn", "NAME", "up to 150 characters", "not set", "Access point name", false,
+     false, apnNameText,
+     [](ProfileParams& p, const OptionText& t) { p.setApnName(t.upTo(kLongestApnName)); }, nullptr},
+    {"UserName", "--user", "NAME", "up to 127 bytes", "not set", "User name", false, false,
+     [](const ProfileParams& p) { return textOf(p.hasUserName(), p.getUserName()); },
+     [](ProfileParams& p, const OptionText& t) { p.setUserName(t.upTo(kLongestCredential)); },
+     nullptr},
+    {"Password", "--password", "TEXT", "up to 127 bytes", "not set",
+     "Password; masked in what the tool prints", true, false,
+     [](const ProfileParams& p) { return textOf(p.hasPassword(), p.getPassword()); },
+     [](ProfileParams& p, const OptionText& t) { p.setPassword(t.upTo(kLongestCredential)); },
+     nullptr},
+    {"AuthType", "--auth", "PROTOCOL", "", "not set", "Authentication protocols offered", false,
+     false,
+     [](const ProfileParams& p) { return textOf(p.hasAuthType(), authTypeName(p.getAuthType())); },
+     [](ProfileParams& p, const OptionText& t) { p.setAuthType(t.oneOf(zem::kAuthTypeNames)); },
+     [](const Typing&) { return namesOf(zem::kAuthTypeNames); }},
+    {"HomeIPType", "--home", "IPTYPE", "", "not set", "PDP type on the home network", false, false,
      [](const ProfileParams& p) {
          return textOf(p.hasHomeIPType(), ipTypeName(p.getHomeIPType()));
-     }},
-    {"RoamIPType", false, true,
+     },
+     [](ProfileParams& p, const OptionText& t) { p.setHomeIPType(t.oneOf(zem::kIPTypeNames)); },
+     [](const Typing&) { return namesOf(zem::kIPTypeNames); }},
+    {"RoamIPType", "--roam", "IPTYPE", "", "not set: as at home", "PDP type when roaming", false,
+     true,
      [](const ProfileParams& p) {
          return textOf(p.hasRoamIPType(), ipTypeName(p.getRoamIPType()));
-     }},
-    {"ApnTypesMask", false, false,
+     },
+     [](ProfileParams& p, const OptionText& t) { p.setRoamIPType(t.oneOf(zem::kIPTypeNames)); },
+     [](const Typing&) { return namesOf(zem::kIPTypeNames); }},
+    {"ApnTypesMask", "--types", "LIST", "", "not set", "APN types served, such as default,mms",
+     false, false,
      [](const ProfileParams& p) {
          return textOf(p.hasApnTypesMask(), apnTypesText(p.getApnTypesMask()));
-     }},
-    {"ApnClass", false, false,
-     [](const ProfileParams& p) { return textOf(p.hasApnClass(), apnClassName(p.getApnClass())); }},
-    {"IsClatEnabled", false, false,
+     },
+     [](ProfileParams& p, const OptionText& t) { p.setApnTypesMask(t.apnTypes()); },
+     [](const Typing&) { return namesOf(zem::kApnTypeNames); }},
+    {"ApnClass", "--class", "CLASS", "", "not set", "APN class", false, false,
+     [](const ProfileParams& p) { return textOf(p.hasApnClass(), apnClassName(p.getApnClass())); },
+     [](ProfileParams& p, const OptionText& t) { p.setApnClass(t.oneOf(zem::kApnClassNames)); },
+     [](const Typing&) { return namesOf(zem::kApnClassNames); }},
+    {"IsClatEnabled", "--clat", "on|off", "", "not set", "IPv4 over IPv6 (464XLAT)", false, false,
      [](const ProfileParams& p) {
          return textOf(p.hasIsClatEnabled(), yesNo(p.getIsClatEnabled()));
-     }},
-    {"MaxPdnsConnPerBlock", false, true,
+     },
+     [](ProfileParams& p, const OptionText& t) { p.setIsClatEnabled(t.oneOf(kSwitchNames)); },
+     [](const Typing&) { return namesOf(kSwitchNames); }},
+    {"MaxPdnsConnPerBlock", "--max-conns", "NUMBER", "0 to 65535", "not set",
+     "PDN connections in one time block", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasMaxPdnsConnPerBlock(), std::to_string(p.getMaxPdnsConnPerBlock()));
-     }},
-    {"MaxPdnConnTimer", false, true,
+     },
+     [](ProfileParams& p, const OptionText& t) {
+         p.setMaxPdnsConnPerBlock(t.number(0, kLargestNumber));
+     },
+     nullptr},
+    {"MaxPdnConnTimer", "--max-conns-time", "SECONDS", "0 to 65535", "not set",
+     "Length of the time block", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasMaxPdnConnTimer(), std::to_string(p.getMaxPdnConnTimer()));
-     }},
-    {"PdnReqWaitInterval", false, true,
+     },
+     [](ProfileParams& p, const OptionText& t) {
+         p.setMaxPdnConnTimer(t.number(0, kLargestNumber));
+     },
+     nullptr},
+    {"PdnReqWaitInterval", "--wait-time", "SECONDS", "0 to 65535", "not set",
+     "Time between PDN requests", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasPdnReqWaitInterval(), std::to_string(p.getPdnReqWaitInterval()));
-     }},
-    {"IsApnDisabled", false, true,
+     },
+     [](ProfileParams& p, const OptionText& t) {
+         p.setPdnReqWaitInterval(t.number(0, kLargestNumber));
+     },
+     nullptr},
+    {"IsApnDisabled", "--disabled", "on|off", "", "not set", "Profile switched off", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasIsApnDisabled(), yesNo(p.getIsApnDisabled()));
-     }},
-    {"IsEmergencySupported", false, true,
+     },
+     [](ProfileParams& p, const OptionText& t) { p.setIsApnDisabled(t.oneOf(kSwitchNames)); },
+     [](const Typing&) { return namesOf(kSwitchNames); }},
+    {"IsEmergencySupported", "--emergency", "on|off", "", "not set",
+     "Profile may carry emergency calls", false, true,
      [](const ProfileParams& p) {
          return textOf(p.hasIsEmergencySupported(), yesNo(p.getIsEmergencySupported()));
-     }},
+     },
+     [](ProfileParams& p, const OptionText& t) {
+         p.setIsEmergencySupported(t.oneOf(kSwitchNames));
+     },
+     [](const Typing&) { return namesOf(kSwitchNames); }},
 };
+
+Arguments settingArguments() {
+    Arguments arguments;
+    for (const Setting& setting : kSettings) {
+        const std::string family = setting.only3gpp ? " (3GPP)" : "";
+        arguments.push_back({setting.option, setting.type, setting.help + family, Arity::kOptional,
+                             setting.candidates, std::string(setting.type) == "LIST"});
+    }
+    return arguments;
+}
+
+ProfileParams settingsOf(const Given& given) {
+    ProfileParams params;
+    for (const Setting& setting : kSettings) {
+        if (given.has(setting.option)) {
+            setting.set(params, {setting.option, given.text(setting.option)});
+        }
+    }
+    return params;
+}
+
+void requireSettingsOf(zem::TechType tech, const ProfileParams& params) {
+    if (tech == zem::TechType::TECH_3GPP) {
+        return;
+    }
+    for (const Setting& setting : kSettings) {
+        if (setting.only3gpp && setting.text(params)) {
+            throw UsageError(std::string(setting.option) + ": 3GPP2 profiles have no " +
+                             setting.name);
+        }
+    }
+}
 
 std::vector<Text> settingTexts(const ProfileParams& params) {
     std::vector<Text> texts;

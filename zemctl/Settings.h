@@ -8,25 +8,42 @@
 
 #include <zem/ProfileParams.h>
 
+#include "Values.h"
+#include "Verb.h"
+
 namespace zemctl {
 
 struct Setting {
-    const char* name;
-    bool secret;    // never printed
+    const char* name;    // as the library calls it
+    const char* option;  // as a person types it
+    const char* type;    // what stands behind the option
+    const char* values;  // what it may hold, where candidates does not say it
+    const char* unset;   // what an absent setting means
+    const char* help;
+    bool secret;    // not printed unless asked for
     bool only3gpp;  // 3GPP2 profiles have no such setting
     // As the library compares it; empty when the setting is absent.
     std::optional<std::string> (*text)(const zem::ProfileParams&);
+    // Throws UsageError.
+    void (*set)(zem::ProfileParams&, const OptionText&);
+    Candidates candidates;  // null: any text or number
 };
 
 extern const std::vector<Setting> kSettings;
+
+// One option for each setting.
+Arguments settingArguments();
+
+// The settings that were given; throws UsageError for a value that cannot be.
+zem::ProfileParams settingsOf(const Given& given);
+
+// Throws UsageError when a setting is given that 3GPP2 profiles do not have.
+void requireSettingsOf(zem::TechType tech, const zem::ProfileParams& params);
 
 // The limits of settings, in bytes where they are texts.
 inline constexpr size_t kLongestApnName = 150;     // what the library keeps
 inline constexpr size_t kLongestCredential = 127;  // what a modem stores
 inline constexpr int kLargestNumber = 65535;       // the modem's counters have 16 bits
-
-// What stands in place of a secret.
-inline constexpr const char* kMask = "********";
 
 // One text per setting in the table's order: equal for records that mean the same profile.
 std::vector<std::optional<std::string>> settingTexts(const zem::ProfileParams& params);

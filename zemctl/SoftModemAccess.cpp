@@ -91,11 +91,13 @@ struct ModemAccess::Impl {
     softmodem::SoftModem& modem = softmodem::SoftModem::instance();
     std::mutex mutex;
     std::condition_variable asked;
+    unsigned subscription = 0;
     bool listAsked = false;  // since the start or the last restart
 };
 
 // The hook shares the state: a call of it may still be running when this object goes.
-ModemAccess::ModemAccess() : impl(std::make_shared<Impl>()) {
+ModemAccess::ModemAccess(int subscription) : impl(std::make_shared<Impl>()) {
+    impl->subscription = static_cast<unsigned>(subscription);
     impl->modem.setRequestHook([state = impl](const softmodem::Request& request) {
         if (request.messageId == kProfileList) {
             const std::lock_guard lock(state->mutex);
@@ -121,32 +123,61 @@ bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::millisecond
         }
     }
     const bool idle = impl->modem.waitUntilIdle(limit);
-    manager.filter({});  // answered only when the engine has read what it asked for
+    zem::FilterProfileParams nothing;
+    nothing.setFilterByProfileId(-1);
+    manager.filter(nothing);  // answered only when the engine has read what it asked for
     return idle;
+}
+
+bool ModemAccess::isUp() const {
+    return impl->modem.isUp();
+}
+
+std::string ModemAccess::storeText() const {
+    return impl->modem.storeText();
+}
+
+void ModemAccess::save(const std::string& path) const {
+    impl->modem.save(path);
+}
+
+void ModemAccess::load(const std::string& path) {
+    impl->modem.load(path);
 }
 
 std::vector<StoredProfile> ModemAccess::profiles() const {
     std::vector<StoredProfile> result;
-    for (const softmodem::Profile& profile : impl->modem.profiles()) {
+    for (const softmodem::Profile& profile : impl->modem.profiles(impl->subscription)) {
         result.push_back(stored(profile));
     }
     return result;
 }
 
-void ModemAccess::restart() {
-    impl->modem.waitUntilIdle();
+void ModemAccess::boot() {
     {
         const std::lock_guard lock(impl->mutex);
         impl->listAsked = false;
     }
-    impl->modem.restart();
+    impl->modem.comeUp();
+}
+
+void ModemAccess::restart() {
+    impl->modem.waitUntilIdle();
+    impl->modem.goDown();
+    boot();
+}
+
+void ModemAccess::hurry() {
+    impl->modem.setLatency({});
+    impl->modem.setHurry(true);
 }
 
 bool ModemAccess::storeFactoryProfiles() {
     return std::all_of(std::begin(kFactoryProfiles), std::end(kFactoryProfiles),
                        [this](const FactoryProfile& profile) {
                            return impl->modem
-                               .createProfileAt({profile.tech, profile.index, profile.fields})
+                               .createProfileAt({profile.tech, profile.index, profile.fields},
+                                                impl->subscription)
                                .has_value();
                        });
 }
@@ -156,7 +187,8 @@ bool ModemAccess::changeProfile(zem::TechType tech, int index, const std::string
     const bool changed = impl->modem.modifyProfile(
         {tech == zem::TechType::TECH_3GPP2 ? softmodem::Tech::k3gpp2 : softmodem::Tech::k3gpp,
          static_cast<unsigned>(index),
-         {{field, uint64_t{value}}}});
+         {{field, uint64_t{value}}}},
+        impl->subscription);
     impl->modem.waitUntilIdle();
     return changed;
 }

@@ -1,16 +1,13 @@
 #include "StoryCommand.h"
 
 #include <algorithm>
-#include <memory>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
-#include "LibraryLog.h"
 #include "ModemAccess.h"
 #include "OperatorList.h"
 #include "Phone.h"
 #include "Report.h"
+#include "Session.h"
 
 namespace zemctl {
 
@@ -18,11 +15,6 @@ namespace {
 
 using zem::ProfileParams;
 using zem::TechType;
-
-struct Options {
-    OperatorOptions source;
-    std::string log;
-};
 
 // An APN that no carrier list has, so that its profile is a transient one.
 constexpr const char* kPrivateApn = "office.example";
@@ -55,11 +47,10 @@ ProfileParams attachParams(const ProfileParams& entry) {
     return params;
 }
 
-int tellStory(const Options& options, std::ostream& out) {
-    const CarrierList list = readOperator(options.source);
+int tellStory(const OperatorOptions& source, const CarrierList& list, Session& session) {
     const ProfileParams* const internet = entryFor(list, zem::APN_TYPE_DEFAULT);
     if (!internet) {
-        throw UsageError(options.source.file + ": no entry of operator " + options.source.plmn +
+        throw UsageError(source.file + ": no entry of operator " + source.plmn +
                          " serves the type 'default'");
     }
     const ProfileParams* const initial = entryFor(list, zem::APN_TYPE_IA);
@@ -69,14 +60,15 @@ int tellStory(const Options& options, std::ostream& out) {
     office.setApnName(kPrivateApn);
     office.setHomeIPType(zem::IPType::V4);
 
-    Report report(out);
+    Report& report = session.report;
+    report.number();
     ModemAccess modem;
     if (!modem.inProcess()) {
         throw UsageError("a story needs the software modem");
     }
-    Phone phone(report, modem);
-    if (phone.start(options.log, true)) {
-        phone.applyApns(options.source, list, false);
+    Phone phone(report, modem, session.keys);
+    if (phone.start(session.logLevel())) {
+        phone.applyApns(source, list, false);
         phone.applyApnsAgain(list, false);
         const auto attached = phone.attach(attach);
         phone.setupCall(TechType::TECH_3GPP, *internet);
@@ -91,7 +83,8 @@ int tellStory(const Options& options, std::ostream& out) {
         const auto first = phone.setupCall(TechType::TECH_3GPP, office);
         report.check(phone.setupCall(TechType::TECH_3GPP, office) == first,
                      "both calls share one profile");
-        phone.releaseKeys();
+        report.step("Release the keys, one after the other");
+        phone.releaseKeys(session.keys.names());
         phone.showSinceBoot();
     }
     report.countChecks();
@@ -100,11 +93,11 @@ int tellStory(const Options& options, std::ostream& out) {
 
 }  // namespace
 
-RunVerb declareStory(CLI::App& app) {
-    auto options = std::make_shared<Options>();
-    addOperatorOptions(app, options->source);
-    addLogOption(app, options->log);
-    return [options](std::ostream& out) { return tellStory(*options, out); };
+Step prepareStory(const Given& given) {
+    const OperatorOptions source = operatorOf(given);
+    return [source, list = readOperator(source)](Session& session) {
+        return tellStory(source, list, session);
+    };
 }
 
 }  // namespace zemctl

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <numeric>
+#include <stdexcept>
+#include <utility>
 
 namespace zemctl {
 
@@ -93,6 +96,63 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
 
 std::string counted(size_t number, std::string_view one, std::string_view many) {
     return std::to_string(number) + ' ' + std::string(number == 1 ? one : many);
+}
+
+std::string nearest(std::string_view typed, const std::vector<std::string>& candidates) {
+    std::string best;
+    size_t fewest = SIZE_MAX;
+    for (const std::string& candidate : candidates) {
+        // distances[j]: edits from what was looked at of typed to the first j of the candidate
+        std::vector<size_t> distances(candidate.size() + 1);
+        std::iota(distances.begin(), distances.end(), size_t{0});
+        for (size_t i = 0; i < typed.size(); ++i) {
+            size_t diagonal = std::exchange(distances[0], i + 1);
+            for (size_t j = 0; j < candidate.size(); ++j) {
+                const size_t replaced = diagonal + (typed[i] == candidate[j] ? 0 : 1);
+                diagonal = distances[j + 1];
+                distances[j + 1] = std::min({replaced, diagonal + 1, distances[j] + 1});
+            }
+        }
+        const size_t distance = distances.back();
+        if (distance < fewest && distance < std::max(typed.size(), candidate.size())) {
+            fewest = distance;
+            best = candidate;
+        }
+    }
+    return best;
+}
+
+std::vector<std::string> splitWords(std::string_view line) {
+    std::vector<std::string> words;
+    bool inWord = false;
+    char quote = 0;
+    for (size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (!quote && (c == ' ' || c == '\t' || c == '\r')) {
+            inWord = false;
+            continue;
+        }
+        if (!quote && !inWord && c == '#') {
+            break;
+        }
+        if (!inWord) {
+            words.emplace_back();
+            inWord = true;
+        }
+        if (c == quote) {
+            quote = 0;
+        } else if (!quote && (c == '\'' || c == '"')) {
+            quote = c;
+        } else if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
+            words.back() += line[++i];
+        } else {
+            words.back() += c;
+        }
+    }
+    if (quote) {
+        throw std::invalid_argument(std::string("a quote ") + quote + " is not closed");
+    }
+    return words;
 }
 
 std::optional<int> parseNumber(std::string_view text, int least, int most) {

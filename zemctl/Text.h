@@ -27,6 +27,13 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
 // "1 profile", "3 profiles"
 std::string counted(size_t number, std::string_view one, std::string_view many);
 
+// The candidate that takes the fewest edits to reach; empty when none has anything in common.
+std::string nearest(std::string_view typed, const std::vector<std::string>& candidates);
+
+// A line as words: blanks part them, quotes and backslashes keep blanks, # begins a comment. Throws
+// std::invalid_argument when a quote is not closed.
+std::vector<std::string> splitWords(std::string_view line);
+
 // The whole text as a decimal number within the limits; empty for anything else.
 std::optional<int> parseNumber(std::string_view text, int least, int most);
 

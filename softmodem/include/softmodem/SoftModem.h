@@ -184,6 +184,7 @@ class SOFTMODEM_API SoftModem {
     // std::runtime_error; load()'s message begins "FILE:LINE: " where a line is at fault, and a
     // file that is refused changes nothing. A loaded store is announced by ProfileReady.
     void save(const std::string& path) const;
+    std::string storeText() const;  // what save() writes
     void load(const std::string& path);
 
   private:

@@ -1,0 +1,9 @@
+#include "ModemVerbs.h"
+
+namespace zemctl {
+
+VerbGroup modemVerbs() {
+    return {"The software modem", {}};
+}
+
+}  // namespace zemctl

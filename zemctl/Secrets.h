@@ -1,0 +1,18 @@
+// Secrets: passwords, and what is shown in their place. One switch for the process; any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace zemctl {
+
+// From now on passwords are shown as they are; masked at first.
+void showSecrets(bool shown);
+
+// The text itself, or what stands in its place.
+std::string secret(std::string_view text);
+
+// A line of the library, with the passwords in it masked.
+std::string withoutSecrets(std::string_view line);
+
+}  // namespace zemctl

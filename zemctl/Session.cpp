@@ -1,0 +1,219 @@
+#include "Session.h"
+
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+#include "Interrupt.h"
+#include "LibraryLog.h"
+#include "Secrets.h"
+#include "Settings.h"
+#include "Text.h"
+#include "Values.h"
+
+namespace zemctl {
+
+namespace {
+
+constexpr int kLastIndex = 255;
+
+std::optional<std::string> contentsOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        return std::nullopt;
+    }
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// Asks nothing that any profile could answer; handled behind all that came before it.
+zem::FilterProfileParams nothing() {
+    zem::FilterProfileParams filter;
+    filter.setFilterByProfileId(-1);
+    return filter;
+}
+
+}  // namespace
+
+ProfileWord ProfileWord::parse(const std::string& text) {
+    const size_t colon = text.find(':');
+    if (colon == std::string::npos) {
+        return {text, std::nullopt};
+    }
+    const zem::TechType tech =
+        OptionText{"PROFILE", text.substr(0, colon)}.oneOf(zem::kTechTypeNames);
+    const int index = OptionText{"PROFILE", text.substr(colon + 1)}.number(0, kLastIndex);
+    return {text, ProfileId(tech, index)};
+}
+
+Session::Session(const Globals& chosen, Output& where)
+    : output(where), report(where), globals(chosen) {
+    output.setJson(globals.json);
+    showSecrets(globals.showSecrets);
+}
+
+Session::~Session() {
+    keys.clear();
+}
+
+ModemAccess& Session::modem() {
+    if (access) {
+        return *access;
+    }
+    auto next = std::make_unique<ModemAccess>(globals.subscription);
+    if (!globals.modemFile.empty()) {
+        fileText = contentsOf(globals.modemFile);
+    }
+    if (fileText) {
+        try {
+            next->load(globals.modemFile);
+        } catch (const std::runtime_error& error) {
+            throw UsageError(error.what());
+        }
+        storeText = next->storeText();
+    } else if (globals.factoryProfiles) {
+        next->storeFactoryProfiles();
+    }
+    access = std::move(next);
+    save();  // says at once when the file cannot be written
+    return *access;
+}
+
+zem::Manager& Session::library() {
+    zem::Manager& manager = zem::Manager::getInstance();
+    if (!modem().isUp()) {
+        throw Failure(kModemDown, "the modem is down; 'modem boot' starts it");
+    }
+    if (!started) {
+        setLibraryLog(globals.log);
+        manager.init(globals.subscription, true);
+        started = true;
+        if (!access->waitForLibrary(manager)) {
+            throw Failure(kModemDown, "the modem does not answer");
+        }
+    }
+    return manager;
+}
+
+Phone& Session::phone() {
+    if (!policies) {
+        policies = std::make_unique<Phone>(report, modem(), keys);
+    }
+    return *policies;
+}
+
+std::vector<StoredProfile> Session::storedProfiles() const {
+    return access ? access->profiles() : std::vector<StoredProfile>();
+}
+
+std::shared_ptr<zem::IProfileKey> Session::keyTo(const ProfileWord& word) {
+    zem::Manager& manager = library();
+    if (!word.id) {
+        if (const HeldKey* const held = keys.find(word.text)) {
+            return held->key;
+        }
+        throw Failure(kNoProfile, "no key '" + word.text + "' is held" +
+                                      suggestion(word.text, keys.names()) +
+                                      " (a profile is named like 3gpp:1)");
+    }
+    if (refreshing) {
+        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
+    }
+    zem::FilterProfileParams filter;
+    filter.setFilterByTechType(word.id->first);
+    filter.setFilterByProfileId(word.id->second);
+    const auto found = manager.filter(filter);
+    if (found.empty()) {
+        throw Failure(kNoProfile, "no profile " + profileName(*word.id));
+    }
+    return found.front();
+}
+
+zem::ProfileParams Session::read(const std::shared_ptr<zem::IProfileKey>& key) {
+    auto params = library().getProfile(key);
+    if (!params && refreshing) {
+        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
+    }
+    if (!params) {
+        throw Failure(kNoProfile, "the key to " + key->dump() + " has expired");
+    }
+    return *std::move(params);
+}
+
+void Session::settle() {
+    if (!started) {
+        return;
+    }
+    zem::Manager& manager = zem::Manager::getInstance();
+    if (modem().isUp() && !modem().waitForLibrary(manager)) {
+        throw Failure(kModemDown, "the modem does not answer");
+    }
+    manager.filter(nothing());
+    manager.filter(nothing());  // the first may overtake an event that came with it
+}
+
+void Session::save() {
+    if (globals.modemFile.empty() || !access) {
+        return;
+    }
+    const std::string text = access->storeText();
+    if (fileText && text == storeText) {
+        return;
+    }
+    if (contentsOf(globals.modemFile) != fileText) {
+        throw Failure(kRefused, globals.modemFile +
+                                    " has been changed by somebody else; what this session changes "
+                                    "is not saved");
+    }
+    try {
+        access->save(globals.modemFile);
+    } catch (const std::runtime_error& error) {
+        throw Failure(kRefused, std::string(error.what()) + "; the change is not saved");
+    }
+    storeText = text;
+    fileText = text;
+}
+
+int Session::run(const Step& step) {
+    const unsigned failed = report.checksFailed();
+    try {
+        int status = step(*this);
+        settle();
+        save();
+        if (status == kDone && report.checksFailed() != failed) {
+            status = kRefused;
+        }
+        return status;
+    } catch (const Failure& failure) {
+        output.complain(failure.what());
+        return failure.status;
+    } catch (const std::exception& error) {
+        output.complain(error.what());
+        return kRefused;
+    }
+}
+
+int Session::finish() {
+    return run([](Session& session) {
+        if (!session.keys.empty()) {
+            session.report.step("Release the keys, one after the other");
+            session.phone().releaseKeys(session.keys.names());
+        }
+        return static_cast<int>(kDone);
+    });
+}
+
+void Session::abandon() {
+    if (access) {
+        access->hurry();
+    }
+    keys.clear();
+    try {
+        save();
+    } catch (const Failure& failure) {
+        output.complain(failure.what());
+    }
+}
+
+}  // namespace zemctl

@@ -1,0 +1,79 @@
+// Session: one modem, one library and the keys held to its profiles, for the verbs to work on.
+//
+// Begins with a modem that has booted; the library starts when a verb needs it. One thread.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <zem/Manager.h>
+
+#include "Globals.h"
+#include "KeyRing.h"
+#include "ModemAccess.h"
+#include "Output.h"
+#include "Phone.h"
+#include "Report.h"
+
+namespace zemctl {
+
+// What stands in a command line for a profile: "3gpp:1", or the name of a key. Throws UsageError
+// when it can be neither.
+struct ProfileWord {
+    static ProfileWord parse(const std::string& text);
+
+    std::string text;
+    std::optional<ProfileId> id;  // empty: a key's name
+};
+
+class Session {
+  public:
+    Session(const Globals& chosen, Output& where);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // The library, started and with the modem's profiles read. Throws Failure with kModemDown.
+    zem::Manager& library();
+    ModemAccess& modem();
+    Phone& phone();
+    // As the modem has them; without starting anything.
+    std::vector<StoredProfile> storedProfiles() const;
+    const std::string& logLevel() const { return globals.log; }
+    bool libraryStarted() const { return started; }
+
+    // A key to what the word names: one that is held, or one to give back at once. Throws Failure
+    // with kNoProfile.
+    std::shared_ptr<zem::IProfileKey> keyTo(const ProfileWord& word);
+    // What the library reads there. Throws Failure with kNoProfile.
+    zem::ProfileParams read(const std::shared_ptr<zem::IProfileKey>& key);
+
+    // Waits until the library has seen all that the modem has to say. Throws Failure with
+    // kModemDown.
+    void settle();
+    // Writes the modem's file when its profiles have changed. Throws Failure.
+    void save();
+    // Runs a step; what it throws, a wish to end apart, is said and becomes its status.
+    int run(const Step& step);
+    // Releases the keys, one after the other, and saves. The exit status.
+    int finish();
+    // The same without a word, for a user who does not want to wait.
+    void abandon();
+
+    Output& output;
+    Report report;
+    KeyRing keys;
+    bool interactive = false;  // lines are typed or played, and not one command line
+    bool refreshing = false;   // the library refuses all else until the refresh is complete
+
+  private:
+    const Globals globals;
+    std::unique_ptr<ModemAccess> access;
+    std::unique_ptr<Phone> policies;
+    bool started = false;
+    std::string storeText;                // as saved last
+    std::optional<std::string> fileText;  // what the file held then; empty: there was none
+};
+
+}  // namespace zemctl

@@ -1,0 +1,74 @@
+#include "ToolVerbs.h"
+
+#include <nlohmann/json.hpp>
+
+#include "Help.h"
+#include "Session.h"
+#include "Settings.h"
+#include "Text.h"
+#include "Values.h"
+
+namespace zemctl {
+
+namespace {
+
+Step prepareFields(const Given& /*given*/) {
+    return [](Session& session) {
+        Table table({"OPTION", "VALUES", "DEFAULT", "FAMILY", "SETTING", "MEANING"});
+        for (const Setting& setting : kSettings) {
+            const std::vector<std::string> names =
+                setting.candidates ? setting.candidates({}) : std::vector<std::string>();
+            const std::string values = names.empty() ? setting.values : join(names, " ");
+            const char* const family = setting.only3gpp ? "3GPP" : "both";
+            table.row({setting.option, values, setting.unset, family, setting.name, setting.help});
+            session.output.object({{"option", setting.option},
+                                   {"setting", setting.name},
+                                   {"type", setting.type},
+                                   {"values", names.empty() ? Json(setting.values) : Json(names)},
+                                   {"default", nullptr},
+                                   {"only3gpp", setting.only3gpp},
+                                   {"help", setting.help}});
+        }
+        session.report.table(table);
+        return kDone;
+    };
+}
+
+Step prepareHelp(const Given& given) {
+    const std::string name = join(given.all("VERB"), " ");
+    bool known = name.empty() || findVerb(name);
+    for (const std::string& candidate : verbNames(false)) {
+        known = known || candidate.rfind(name + ' ', 0) == 0;
+    }
+    if (!known) {
+        throw UsageError("no verb '" + name + '\'' + suggestion(name, verbNames(false)));
+    }
+    return helpStep(name);
+}
+
+}  // namespace
+
+VerbGroup toolVerbs() {
+    return {
+        "The tool",
+        {
+            {"fields",
+             "Show each setting of a profile with its values and its default",
+             "",
+             "fields",
+             {},
+             Where::kAnywhere,
+             prepareFields},
+            {"help",
+             "Show all verbs, or one with its options and an example",
+             "",
+             "help add",
+             {{"VERB", "", "The verb to show", Arity::kAny,
+               [](const Typing& typing) { return verbNames(typing.session != nullptr); }}},
+             Where::kAnywhere,
+             prepareHelp},
+        },
+    };
+}
+
+}  // namespace zemctl

@@ -1,0 +1,55 @@
+#include <algorithm>
+
+#include "ManagerVerbs.h"
+#include "ModemVerbs.h"
+#include "PolicyVerbs.h"
+#include "ToolVerbs.h"
+#include "Verb.h"
+
+namespace zemctl {
+
+const std::vector<VerbGroup>& verbGroups() {
+    static const std::vector<VerbGroup> groups = {
+        managerVerbs(),
+        policyVerbs(),
+#ifdef ZEM_WITH_SOFTMODEM
+        modemVerbs(),
+#endif
+        toolVerbs(),
+    };
+    return groups;
+}
+
+const Verb* findVerb(const std::string& name) {
+    for (const VerbGroup& group : verbGroups()) {
+        for (const Verb& verb : group.verbs) {
+            if (verb.name == name) {
+                return &verb;
+            }
+        }
+    }
+    return nullptr;
+}
+
+std::vector<std::string> verbNames(bool inSession) {
+    std::vector<std::string> names;
+    for (const VerbGroup& group : verbGroups()) {
+        for (const Verb& verb : group.verbs) {
+            if (verb.where != (inSession ? Where::kCommandLine : Where::kSession)) {
+                names.push_back(verb.name);
+            }
+        }
+    }
+    return names;
+}
+
+std::vector<std::string> fileNames(const Typing& /*typing*/) {
+    return {};
+}
+
+Arguments operator+(Arguments first, const Arguments& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+}  // namespace zemctl
