@@ -66,7 +66,8 @@ VerbGroup toolVerbs() {
              {{"VERB", "", "The verb to show", Arity::kAny,
                [](const Typing& typing) { return verbNames(typing.session != nullptr); }}},
              Where::kAnywhere,
-             prepareHelp},
+             prepareHelp,
+             true},
         },
     };
 }
