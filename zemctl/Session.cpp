@@ -177,21 +177,43 @@ void Session::save() {
 
 int Session::run(const Step& step) {
     const unsigned failed = report.checksFailed();
+    int status = kDone;
     try {
-        int status = step(*this);
+        status = step(*this);
         settle();
         save();
         if (status == kDone && report.checksFailed() != failed) {
             status = kRefused;
         }
-        return status;
     } catch (const Failure& failure) {
         output.complain(failure.what());
-        return failure.status;
+        status = failure.status;
     } catch (const std::exception& error) {
         output.complain(error.what());
-        return kRefused;
+        status = kRefused;
     }
+    report.setChecksFailed(failed);  // a step that runs others goes by their statuses
+    return status;
+}
+
+int Session::run(const ParsedCommand& command) {
+    const auto show = [this](const Globals& how) {
+        output.setJson(how.json);
+        showSecrets(how.showSecrets);
+    };
+    int status = kDone;
+    show(command.globals);
+    try {
+        for (auto step = command.steps.begin(); step != command.steps.end() && status == kDone;
+             ++step) {
+            status = run(*step);
+        }
+    } catch (...) {
+        show(globals);
+        throw;
+    }
+    show(globals);
+    return status;
 }
 
 int Session::finish() {

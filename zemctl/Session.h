@@ -9,6 +9,7 @@
 
 #include <zem/Manager.h>
 
+#include "CommandParser.h"
 #include "Globals.h"
 #include "KeyRing.h"
 #include "ModemAccess.h"
@@ -41,6 +42,7 @@ class Session {
     // As the modem has them; without starting anything.
     std::vector<StoredProfile> storedProfiles() const;
     const std::string& logLevel() const { return globals.log; }
+    const Globals& options() const { return globals; }
     bool libraryStarted() const { return started; }
 
     // A key to what the word names: one that is held, or one to give back at once. Throws Failure
@@ -56,6 +58,8 @@ class Session {
     void save();
     // Runs a step; what it throws, a wish to end apart, is said and becomes its status.
     int run(const Step& step);
+    // Runs a line's verbs up to the first that fails, shown as the line wants it.
+    int run(const ParsedCommand& command);
     // Releases the keys, one after the other, and saves. The exit status.
     int finish();
     // The same without a word, for a user who does not want to wait.
