@@ -71,14 +71,6 @@ std::optional<int> statusIn(std::string_view expected) {
     return number ? parseNumber(*number, 0, kHighestStatus) : std::nullopt;
 }
 
-std::string expectLine(const std::string& answer) {
-    std::string text = std::string(kExpect) + (answer.empty() ? "" : " ") + answer;
-    if (answer == kAnyLines || statusIn(answer)) {
-        text += '*';  // it is meant as it stands
-    }
-    return text;
-}
-
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream in(text);
@@ -340,7 +332,7 @@ void Script::record(Session& session) const {
             if (kind == Edit::kKeep) {
                 out << trimmed(source[command.answer[i].line - 1]) << '\n';
             } else if (kind != Edit::kDrop && !command.answer.empty()) {
-                out << expectLine(answer.lines[j]) << '\n';
+                out << kExpect << (answer.lines[j].empty() ? "" : " ") << answer.lines[j] << '\n';
             }
         }
         if (answer.status != kDone) {
