@@ -71,7 +71,8 @@ unsigned int criteriaOf(const Given& given, const char* option,
                         const zem::NamedValue<unsigned int> (&names)[N]) {
     unsigned int criteria = 0;
     if (given.has(option)) {
-        for (const std::string_view name : split(given.text(option), ',')) {
+        const std::string list = given.text(option);
+        for (const std::string_view name : split(list, ',')) {
             criteria |= OptionText{option, std::string(trimmed(name))}.oneOf(names);
         }
     }
