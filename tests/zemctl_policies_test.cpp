@@ -151,7 +151,7 @@ TEST(ZemctlPolicies, FaultOfTheModemIsSeenAndStatusOne) {
         {story, {FaultKind::kRefuse, 0x0027}, "WRONG  each class has its last entry's settings"},
         {story, {FaultKind::kRefuse, 0x0028}, "WRONG  each class has its last entry's settings"},
         {story, {FaultKind::kRefuse, 0x0027, 9}, "WRONG  the library has given a key"},
-        {story, {FaultKind::kRefuse, 0x0029}, "WRONG  the last key to a transient profile"},
+        {story, {FaultKind::kRefuse, 0x0029}, "WRONG  transient profiles went with their last key"},
         {story, {FaultKind::kRefuse, 0x002A}, "WRONG  the library reads what the modem stores"},
         {story, {FaultKind::kRefuse, 0x002A, 1, 2}, "WRONG  transient profiles are gone, the oth"},
         {story, {FaultKind::kUnknownEnums, 0x002B, 9}, "WRONG  "},

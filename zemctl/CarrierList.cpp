@@ -2,16 +2,15 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <set>
-#include <system_error>
+#include <stdexcept>
 
 #include <pugixml.hpp>
 
+#include "Files.h"
 #include "Settings.h"
 #include "Text.h"
 
@@ -23,7 +22,6 @@ using zem::ApnClass;
 using zem::AuthType;
 using zem::IPType;
 
-constexpr size_t kLargestFile = 64u << 20;
 constexpr zem::NamedValue<IPType> kProtocols[] = {
     {IPType::V4, "IP"},
     {IPType::V6, "IPV6"},
@@ -127,30 +125,6 @@ std::optional<Plmn> operatorOf(const pugi::xml_node& element) {
     const std::string mcc = element.attribute("mcc").value();
     const std::string mnc = element.attribute("mnc").value();
     return mcc.size() == 3 ? Plmn::parse(mcc + mnc) : std::nullopt;
-}
-
-std::string readFile(const std::string& path) {
-    const auto failure = [&](const std::string& why) {
-        return CarrierFileError(printable(path) + ": " + why);
-    };
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
-    if (!file) {
-        throw failure("cannot open: " + std::generic_category().message(errno));
-    }
-    std::string text;
-    std::string chunk(1u << 16, '\0');
-    size_t count = 0;
-    while ((count = std::fread(chunk.data(), 1, chunk.size(), file.get())) > 0 &&
-           text.size() <= kLargestFile) {
-        text.append(chunk, 0, count);
-    }
-    if (std::ferror(file.get()) != 0) {
-        throw failure("cannot read: " + std::generic_category().message(errno));
-    }
-    if (text.size() > kLargestFile) {
-        throw failure("larger than 64 MiB");
-    }
-    return text;
 }
 
 }  // namespace
@@ -401,7 +375,13 @@ CarrierFile::CarrierFile(CarrierFile&&) noexcept = default;
 CarrierFile& CarrierFile::operator=(CarrierFile&&) noexcept = default;
 
 CarrierFile CarrierFile::read(const std::string& path) {
-    return parse(readFile(path), path);
+    std::string text;
+    try {
+        text = readFile(path);
+    } catch (const std::runtime_error& error) {
+        throw CarrierFileError(error.what());
+    }
+    return parse(std::move(text), path);
 }
 
 CarrierFile CarrierFile::parse(std::string text, const std::string& name) {

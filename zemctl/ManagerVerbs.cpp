@@ -76,7 +76,8 @@ unsigned int criteriaOf(const Given& given, const char* option,
                         const zem::NamedValue<unsigned int> (&names)[N]) {
     unsigned int criteria = 0;
     if (given.has(option)) {
-        for (const std::string_view name : split(given.text(option), ',')) {
+        const std::string list = given.text(option);
+        for (const std::string_view name : split(list, ',')) {
             criteria |= OptionText{option, std::string(trimmed(name))}.oneOf(names);
         }
     }
@@ -191,7 +192,7 @@ Step prepareAdd(const Given& given) {
         requireFree(session, name);
         const Key key = manager.addProfile(params);
         if (!key) {
-            throw Failure(kRefused, "the modem has refused the profile");
+            throw Failure(kRefused, "the modem has not created the profile");
         }
         const HeldKey& held = session.keys.hold(key, "add", !persistent, name);
         const SeenProfile profile = seen(key, session.read(key), session.keys);
@@ -217,6 +218,7 @@ Step prepareModify(const Given& given) {
         const zem::ProfileParams before = session.read(key);
         const bool answer =
             session.library().modifyProfile(zem::ModifyProfileParams(settings), key);
+        session.settle();  // a change whose answer was lost comes as the modem's own
         const SeenProfile now = seen(key, session.read(key), session.keys);
         const Table changes = settingChanges(before, now.params);
         session.output.object(toJson(now));
@@ -224,7 +226,7 @@ Step prepareModify(const Given& given) {
         session.report.table(changes);
         const auto wrong = differences(settings, now.params, now.id.first);
         if (!answer || !wrong.empty()) {
-            throw Failure(kRefused, "the modem has refused the change: " + join(wrong, "; "));
+            throw Failure(kRefused, "the modem has not made the change: " + join(wrong, "; "));
         }
         return kDone;
     };
@@ -235,7 +237,7 @@ Step prepareDelete(const Given& given) {
         const Key key = session.keyTo(word);
         const SeenProfile profile = seen(key, session.read(key), session.keys);
         if (!session.library().deleteProfile(key)) {
-            throw Failure(kRefused, "the modem has refused to delete " + profileName(profile.id));
+            throw Failure(kRefused, "the modem has not deleted " + profileName(profile.id));
         }
         session.output.object(toJson(profile));
         session.report.line(

@@ -29,7 +29,7 @@ std::ostream& Output::text() const {
         throw Interrupted();  // nobody reads
     }
     if (captured) {
-        return *captured;
+        return json ? nowhere : *captured;
     }
     return json ? console.err : console.out;
 }

@@ -46,7 +46,8 @@ class Output {
     // One line about what went wrong.
     void complain(const std::string& what) const;
 
-    // Takes all texts, objects and complaints until it is called with null.
+    // Takes all answers and complaints until it is called with null. With objects asked for, texts
+    // are no answers.
     void redirect(std::ostream* stream) { captured = stream; }
 
     std::string bold(const std::string& text) const { return painted("1", text); }
@@ -60,6 +61,7 @@ class Output {
 
     bool json = false;
     std::ostream* captured = nullptr;
+    mutable std::ostream nowhere{nullptr};
 };
 
 // "reading 12 of 255", on one line of a terminal, wiped when it is done; elsewhere nothing. Appears

@@ -291,7 +291,7 @@ void Phone::releaseKeys(const std::vector<std::string>& names) {
         }
     }
     report.table(table);
-    report.check(wrong.empty(), "the last key to a transient profile has taken it along, no other",
+    report.check(wrong.empty(), "transient profiles went with their last key, all others stay",
                  wrong);
 }
 

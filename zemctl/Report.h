@@ -45,6 +45,8 @@ class Report {
     // States how many checks were made, and how many of them failed.
     void countChecks();
     unsigned checksFailed() const { return failures; }
+    // Back to that count: what has failed since is accounted for.
+    void setChecksFailed(unsigned number) { failures = number; }
 
   private:
     const Output& output;

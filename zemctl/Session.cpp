@@ -193,26 +193,9 @@ void Session::save() {
     fileText = text;
 }
 
-int Session::run(const Step& step) {
-    const unsigned failed = report.checksFailed();
+int Session::attempt(const std::function<int()>& what) const {
     try {
-        if (reload()) {
-            report.line(globals.modemFile + " was changed by somebody else and is read anew");
-            if (watch) {
-                watch->look(Cause::kFile);
-            }
-        }
-        cause = Cause::kClient;
-        int status = step(*this);
-        settle();
-        save();
-        if (watch) {
-            watch->look(cause);
-        }
-        if (status == kDone && report.checksFailed() != failed) {
-            status = kRefused;
-        }
-        return status;
+        return what();
     } catch (const Failure& failure) {
         output.complain(failure.what());
         return failure.status;
@@ -220,6 +203,52 @@ int Session::run(const Step& step) {
         output.complain(error.what());
         return kRefused;
     }
+}
+
+int Session::run(const Step& step) {
+    const unsigned failed = report.checksFailed();
+    const int status = attempt([&] {
+        if (reload()) {
+            report.line(globals.modemFile + " was changed by somebody else and is read anew");
+            if (watch) {
+                watch->look(Cause::kFile);
+            }
+        }
+        cause = Cause::kClient;
+        const int answer = step(*this);
+        return answer == kDone && report.checksFailed() != failed ? kRefused : answer;
+    });
+    // A step that has failed may have changed something first.
+    const int end = attempt([&] {
+        settle();
+        if (watch) {
+            watch->look(cause);
+        }
+        save();
+        return kDone;
+    });
+    report.setChecksFailed(failed);  // a step that runs others goes by their statuses
+    return status != kDone ? status : end;
+}
+
+int Session::run(const ParsedCommand& command) {
+    const auto show = [this](const Globals& how) {
+        output.setJson(how.json);
+        showSecrets(how.showSecrets);
+    };
+    int status = kDone;
+    show(command.globals);
+    try {
+        for (auto step = command.steps.begin(); step != command.steps.end() && status == kDone;
+             ++step) {
+            status = run(*step);
+        }
+    } catch (...) {
+        show(globals);
+        throw;
+    }
+    show(globals);
+    return status;
 }
 
 int Session::finish() {

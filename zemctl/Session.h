@@ -3,12 +3,14 @@
 // Begins with a modem that has booted; the library starts when a verb needs it. One thread.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <zem/Manager.h>
 
+#include "CommandParser.h"
 #include "Globals.h"
 #include "KeyRing.h"
 #include "ModemAccess.h"
@@ -43,6 +45,7 @@ class Session {
     std::vector<StoredProfile> storedProfiles() const;
     unsigned subscription() const { return static_cast<unsigned>(globals.subscription); }
     const std::string& logLevel() const { return globals.log; }
+    const Globals& options() const { return globals; }
     bool libraryStarted() const { return started; }
 
     // A key to what the word names: one that is held, or one to give back at once. Throws Failure
@@ -60,6 +63,8 @@ class Session {
     void save();
     // Runs a step; what it throws, a wish to end apart, is said and becomes its status.
     int run(const Step& step);
+    // Runs a line's verbs up to the first that fails, shown as the line wants it.
+    int run(const ParsedCommand& command);
     // Releases the keys, one after the other, and saves. The exit status.
     int finish();
     // The same without a word, for a user who does not want to wait.
@@ -74,6 +79,9 @@ class Session {
     bool refreshing = false;       // the library refuses all else until the refresh is complete
 
   private:
+    // The status of what it does; what it throws is said.
+    int attempt(const std::function<int()>& what) const;
+
     const Globals globals;
     std::unique_ptr<ModemAccess> access;
     std::unique_ptr<Phone> policies;

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Help.h"
+#include "Script.h"
 #include "Session.h"
 #include "Settings.h"
 #include "Text.h"
@@ -52,6 +53,31 @@ VerbGroup toolVerbs() {
     return {
         "The tool",
         {
+            {"run",
+             "Play a script: commands in a file, with what each has to answer",
+             "Lines are commands as in the shell, in one session, so keys are held from line to "
+             "line;\n'#' begins a comment. 'help expect' says how answers are checked. Stops at "
+             "the "
+             "first\ndifference, with the file's name and the line; what is still held then goes. "
+             "--record\nplays to the end and prints the script with the answers that it got; a "
+             "lone 'expect'\nbelow a command is enough to have all of its answer recorded.",
+             "run examples/01-first-steps.zem",
+             {{"FILE", "", "The script; - is standard input", Arity::kRequired, fileNames},
+              {"--quiet", "", "Say only how it ended", Arity::kSwitch},
+              {"--record", "", "Print the script anew, with the answers of now", Arity::kSwitch}},
+             Where::kCommandLine,
+             prepareRun},
+            {"expect",
+             "In a script: a line that the command above has to print",
+             "The 'expect' lines below a command stand for all that it prints, line by line; a "
+             "command\nwithout them may print what it likes. Blanks at the ends do not count, and "
+             "several count\nas one. '*' stands for any characters, 'expect ...' for any number of "
+             "lines, and\n'expect status N' says the exit status, which is 0 unless said "
+             "otherwise.",
+             "expect 3GPP:1 *internet*",
+             {{"TEXT", "", "The line, without quotes", Arity::kAny}},
+             Where::kAnywhere,
+             prepareExpect},
             {"fields",
              "Show each setting of a profile with its values and its default",
              "",
