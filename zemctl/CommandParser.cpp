@@ -1,5 +1,7 @@
 #include "CommandParser.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -29,6 +31,7 @@ void declare(CLI::App& app, const Arguments& arguments) {
         }
         const bool many = argument.arity == Arity::kMany || argument.arity == Arity::kAny;
         option->expected(1, many ? CLI::detail::expected_max_vector_size : 1);
+        option->allow_extra_args(many);
     }
 }
 
@@ -60,7 +63,8 @@ class Parser {
         }
     }
 
-    ParsedCommand parse(const std::vector<std::string>& words) {
+    ParsedCommand parse(std::vector<std::string> words) {
+        takeRest(words);
         try {
             app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
         } catch (const CLI::CallForHelp&) {
@@ -74,10 +78,10 @@ class Parser {
         }
         takeGlobals(takeGiven(app, globalOptions), parsed.globals);
         if (inSession) {
-            for (const char* const name : {"--modem", "--factory", "--subscription", "--log"}) {
+            for (const std::string& name : startOptions()) {
                 const CLI::Option* const option = app.get_option_no_throw(name);
                 if (option && option->count() != 0) {
-                    refuse(std::string(name) + " belongs to the line that starts zemctl");
+                    refuse(name + " belongs to the line that starts zemctl");
                 }
             }
         }
@@ -121,6 +125,35 @@ class Parser {
                 alone = verb.name;
             }
         });
+    }
+
+    // A verb that comes first may take the words behind it: up to the next option, or all behind
+    // "--". They are taken out of the words.
+    void takeRest(std::vector<std::string>& words) {
+        auto at = words.begin();
+        while (at != words.end() && (*at)[0] == '-') {
+            const Argument* const option = findArgument(globalOptions, *at);
+            ++at;
+            if (option && option->arity != Arity::kSwitch && at != words.end()) {
+                ++at;
+            }
+        }
+        const Verb* const verb = at == words.end() ? nullptr : findVerb(*at);
+        if (!verb || !verb->takesRest ||
+            verb->where == (inSession ? Where::kCommandLine : Where::kSession)) {
+            return;
+        }
+        const auto first = std::next(at);
+        const bool all = first != words.end() && *first == "--";
+        const auto last =
+            all ? words.end()
+                : std::find_if(first, words.end(), [](const auto& word) { return word[0] == '-'; });
+        Given::Values values;
+        if (first != last) {
+            values[verb->arguments.front().name].assign(all ? std::next(first) : first, last);
+        }
+        parsed.steps.push_back(verb->prepare(Given(std::move(values))));
+        words.erase(at, last);
     }
 
     // The verb that the words came to last; empty when there is none yet.

@@ -39,6 +39,7 @@ struct Typing {
     const Session* session;          // null outside of a session
     std::vector<std::string> words;  // of this verb, in front of the one that is being typed
     std::string word;                // as far as it is typed
+    std::vector<std::string> profiles = {};  // outside of a session: the modem's, as "3gpp:1"
 };
 
 using Candidates = std::vector<std::string> (*)(const Typing&);
@@ -67,6 +68,9 @@ struct Argument {
 };
 
 using Arguments = std::vector<Argument>;
+
+// Null when there is none of that name.
+const Argument* findArgument(const Arguments& arguments, const std::string& name);
 
 // What was given for a verb's arguments, by their names.
 class Given {
@@ -107,6 +111,8 @@ struct Verb {
     Where where = Where::kAnywhere;
     // Checks what was given, before anything runs; throws UsageError.
     Step (*prepare)(const Given&);
+    bool takesRest = false;  // what follows are its own words, also the names of verbs
+    bool hidden = false;     // for programs, not for people
 };
 
 // The groups in which help and man page show them.
@@ -120,7 +126,7 @@ const std::vector<VerbGroup>& verbGroups();
 // Null when there is none of that name.
 const Verb* findVerb(const std::string& name);
 
-// "list", "modem show" and so on, of those that may stand there.
+// "list", "modem show" and so on, of those that may stand there and are for people.
 std::vector<std::string> verbNames(bool inSession);
 
 // One argument list behind the other.
