@@ -143,9 +143,9 @@ class Parser {
         }
         const Given globals = takeGiven(app, globalArguments());
         if (inSession) {
-            for (const char* const name : {"--modem", "--factory", "--subscription", "--log"}) {
+            for (const std::string& name : startOptions()) {
                 if (globals.has(name)) {
-                    refuse(std::string(name) + " belongs to the line that starts zemctl");
+                    refuse(name + " belongs to the line that starts zemctl");
                 }
             }
         }
