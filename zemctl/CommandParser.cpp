@@ -48,7 +48,16 @@ Given takeGiven(const CLI::App& app, const Arguments& arguments) {
 struct Segment {
     const Verb* verb;
     std::vector<std::string> words;
+    size_t wordsWanted = 0;  // that must still come, and so are no verbs
 };
+
+size_t wordsWanted(const Verb& verb) {
+    return static_cast<size_t>(
+        std::count_if(verb.arguments.begin(), verb.arguments.end(), [](const Argument& argument) {
+            return !argument.isOption() &&
+                   (argument.arity == Arity::kRequired || argument.arity == Arity::kMany);
+        }));
+}
 
 class Parser {
   public:
@@ -89,12 +98,17 @@ class Parser {
                 current.words.push_back(word);
                 continue;
             }
+            if (current.wordsWanted > 0) {
+                current.words.push_back(word);
+                --current.wordsWanted;
+                continue;
+            }
             const std::string two = i + 1 < words.size() ? word + ' ' + words[i + 1] : word;
             if (const Verb* const verb = findVerb(two); verb && two != word) {
-                segments.push_back({verb, {}});
+                segments.push_back({verb, {}, wordsWanted(*verb)});
                 ++i;
             } else if (const Verb* const single = findVerb(word)) {
-                segments.push_back({single, {}});
+                segments.push_back({single, {}, wordsWanted(*single)});
             } else if (beginsTwoWords(word) && (!current.verb || two == word)) {
                 if (two != word && words[i + 1][0] != '-') {
                     refuse("no verb '" + two + '\'' + suggestion(two, verbNames(inSession)));

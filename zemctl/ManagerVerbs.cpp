@@ -4,6 +4,7 @@
 #include <cctype>
 #include <chrono>
 #include <climits>
+#include <csignal>
 #include <optional>
 
 #include <nlohmann/json.hpp>
@@ -299,7 +300,9 @@ Step prepareWatch(const Given& given) {
         while (watch.told() < static_cast<size_t>(count) &&
                std::chrono::steady_clock::now() < end) {
             if (!sleepUnlessInterrupted(kBetweenLooks)) {
-                clearInterrupt();  // the usual end of it
+                if (interruptSignal() == SIGINT) {
+                    clearInterrupt();  // the usual end of it
+                }
                 break;
             }
             watch.look(session.reload() ? Cause::kFile : Cause::kNetwork);
@@ -407,7 +410,7 @@ VerbGroup managerVerbs() {
              "Each setting that is given must agree with the profile's. --subset and --superset "
              "make "
              "the comparison of the settings they name looser.",
-             "list --home v4 --subset home --types ia,default",
+             "list --home v4 --subset home,types --types ia,default",
              filterArguments() +
                  Arguments{
                      {"--hold", "", "Hold the key to each profile that is found", Arity::kSwitch}},

@@ -225,6 +225,7 @@ int Session::run(const Step& step) {
             watch->look(cause);
         }
         save();
+        output.flush();
         return kDone;
     });
     report.setChecksFailed(failed);  // a step that runs others goes by their statuses

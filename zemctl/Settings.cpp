@@ -105,8 +105,8 @@ const std::vector<Setting> kSettings = {
      },
      [](ProfileParams& p, const OptionText& t) { p.setRoamIPType(t.oneOf(zem::kIPTypeNames)); },
      [](const Typing&) { return namesOf(zem::kIPTypeNames); }},
-    {"ApnTypesMask", "--types", "LIST", "", "not set", "APN types served, such as default,mms",
-     false, false,
+    {"ApnTypesMask", "--types", "LIST", "", "not set", "APN types served, between commas", false,
+     false,
      [](const ProfileParams& p) {
          return textOf(p.hasApnTypesMask(), apnTypesText(p.getApnTypesMask()));
      },
@@ -169,8 +169,11 @@ const std::vector<Setting> kSettings = {
 Arguments settingArguments() {
     Arguments arguments;
     for (const Setting& setting : kSettings) {
+        const std::string values =
+            setting.candidates ? join(setting.candidates({}), ", ") : setting.values;
         const std::string family = setting.only3gpp ? " (3GPP)" : "";
-        arguments.push_back({setting.option, setting.type, setting.help + family, Arity::kOptional,
+        arguments.push_back({setting.option, setting.type,
+                             std::string(setting.help) + family + ": " + values, Arity::kOptional,
                              setting.candidates, std::string(setting.type) == "LIST"});
     }
     return arguments;

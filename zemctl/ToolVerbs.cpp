@@ -4,6 +4,7 @@
 
 #include "Completion.h"
 #include "Help.h"
+#include "ManPage.h"
 #include "Script.h"
 #include "Session.h"
 #include "Settings.h"
@@ -46,6 +47,13 @@ Step prepareHelp(const Given& given) {
         throw UsageError("no verb '" + name + '\'' + suggestion(name, verbNames(false)));
     }
     return helpStep(name);
+}
+
+Step prepareMan(const Given& /*given*/) {
+    return [](Session& session) {
+        session.output.text() << manPage();
+        return kDone;
+    };
 }
 
 }  // namespace
@@ -95,6 +103,13 @@ VerbGroup toolVerbs() {
              Where::kAnywhere,
              prepareHelp,
              true},
+            {"man",
+             "Print this tool's manual page, for man -l",
+             "",
+             "man | man -l -",
+             {},
+             Where::kCommandLine,
+             prepareMan},
             {"completion",
              "Print a script that lets bash or zsh complete the tool's command lines",
              "For bash: eval \"$(zemctl completion bash)\"; for zsh, behind compinit: "
