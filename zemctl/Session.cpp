@@ -176,22 +176,22 @@ void Session::save() {
 }
 
 int Session::run(const Step& step) {
-    const unsigned failed = report.checksFailed();
+    int status = kRefused;
     try {
-        int status = step(*this);
+        status = step(*this);
         settle();
         save();
-        if (status == kDone && report.checksFailed() != failed) {
+        if (status == kDone && report.checksFailed() != failuresTold) {
             status = kRefused;
         }
-        return status;
     } catch (const Failure& failure) {
         output.complain(failure.what());
-        return failure.status;
+        status = failure.status;
     } catch (const std::exception& error) {
         output.complain(error.what());
-        return kRefused;
     }
+    failuresTold = report.checksFailed();  // of this step, and of those that it ran
+    return status;
 }
 
 int Session::finish() {

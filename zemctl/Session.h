@@ -41,6 +41,7 @@ class Session {
     // As the modem has them; without starting anything.
     std::vector<StoredProfile> storedProfiles() const;
     const std::string& logLevel() const { return globals.log; }
+    const Globals& options() const { return globals; }
     bool libraryStarted() const { return started; }
 
     // A key to what the word names: one that is held, or one to give back at once. Throws Failure
@@ -65,6 +66,7 @@ class Session {
     Report report;
     KeyRing keys;
     bool interactive = false;  // lines are typed or played, and not one command line
+    bool over = false;         // the user wants no more of it
     bool refreshing = false;   // the library refuses all else until the refresh is complete
 
   private:
@@ -72,6 +74,7 @@ class Session {
     std::unique_ptr<ModemAccess> access;
     std::unique_ptr<Phone> policies;
     bool started = false;
+    unsigned failuresTold = 0;            // checks that some step's status tells of
     std::string storeText;                // as saved last
     std::optional<std::string> fileText;  // what the file held then; empty: there was none
 };
