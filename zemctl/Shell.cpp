@@ -60,7 +60,6 @@ int runTyped(Session& session) {
         [&](const auto& before, const auto& word) { return complete(before, word, &session); },
         historyFile());
     while (!session.over) {
-        console.out.flush();
         const auto line =
             editor.read(session.modem().isUp() ? "zemctl> " : "zemctl (modem down)> ");
         if (!line) {
@@ -74,7 +73,7 @@ int runTyped(Session& session) {
             }
             clearInterrupt();
             console.out.flush();
-            console.err << "interrupted" << std::endl;
+            console.err << "\ninterrupted" << std::endl;  // the terminal has shown ^C
             settled(session);
         }
     }
@@ -88,7 +87,6 @@ int runPiped(Session& session) {
         throwIfInterrupted();
         if (!splitUnfinished(line).blank()) {
             status = runLine(session, line);
-            console.out.flush();
         }
     }
     throwIfInterrupted();
@@ -114,7 +112,9 @@ int runLine(Session& session, const std::string& line) {
     }
     const LineStyle style(session, command.globals);
     for (const Step& step : command.steps) {
-        if (const int status = session.run(step); status != kDone || session.over) {
+        const int status = session.run(step);
+        session.output.console.out.flush();
+        if (status != kDone || session.over) {
             return status;
         }
     }
