@@ -309,9 +309,9 @@ struct LineEditor::Impl {
     std::vector<std::string> fresh;  // lines of this session, but those with a password
 };
 
-LineEditor::LineEditor(const Console& /*console*/, Completer completer,
+LineEditor::LineEditor(const Console& /*console*/, const Completer& completer,
                        const std::string& historyFile)
-    : impl(std::make_unique<Impl>(std::move(completer), historyFile)) {}
+    : impl(std::make_unique<Impl>(completer, historyFile)) {}
 
 LineEditor::~LineEditor() = default;
 

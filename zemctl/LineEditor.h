@@ -21,7 +21,7 @@ class LineEditor {
         std::function<Completions(const std::vector<std::string>& before, const std::string& word)>;
 
     // The history is kept in the file, which may be empty: then nothing is kept.
-    LineEditor(const Console& console, Completer completer, const std::string& historyFile);
+    LineEditor(const Console& console, const Completer& completer, const std::string& historyFile);
     ~LineEditor();
     LineEditor(const LineEditor&) = delete;
     LineEditor& operator=(const LineEditor&) = delete;

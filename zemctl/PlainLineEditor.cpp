@@ -10,7 +10,7 @@ struct LineEditor::Impl {
     const Console console;
 };
 
-LineEditor::LineEditor(const Console& console, Completer /*completer*/,
+LineEditor::LineEditor(const Console& console, const Completer& /*completer*/,
                        const std::string& /*historyFile*/)
     : impl(new Impl{console}) {}
 
