@@ -230,6 +230,7 @@ class Line {
         }
         const size_t comma = argument.list ? typed.rfind(',') : std::string::npos;
         const std::string head = comma == std::string::npos ? "" : typed.substr(0, comma + 1);
+        const std::string start = front + head;
         const std::string last = lowerCase(typed.substr(head.size()));
         Words used = argument.isOption() ? Words() : positionals;
         for (const std::string_view piece : split(head, ',')) {
@@ -242,7 +243,7 @@ class Line {
         }
         for (const std::string& value : found) {
             if (startsWith(lowerCase(value), last) && !contains(used, value)) {
-                offer({front + head + value}, "");
+                offer({std::string(start).append(value)}, "");
                 result.open = result.open || argument.list || value.back() == '=';
             }
         }

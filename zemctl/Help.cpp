@@ -49,7 +49,8 @@ void printOverview(Session& session) {
         }
     }
     if (inSession) {
-        out << "\n'help VERB' says more, with an example.\n";
+        out << "\n'help VERB' says more, with an example. --json and --show-secrets in a line hold "
+               "for it.\n";
         return;
     }
     out << '\n' << output.bold("Options, anywhere in the line") << '\n';

@@ -19,12 +19,31 @@ std::atomic<int> wakeFd{-1};
 
 void note(int number) {
     const int savedErrno = errno;
-    pendingSignal = number;
+    int none = 0;
+    if (number != SIGINT) {
+        pendingSignal = number;
+    } else if (!pendingSignal.compare_exchange_strong(none, number)) {
+        // Ctrl-C may be taken back, a signal that came before it may not.
+    }
     const uint64_t one = 1;
     if (write(wakeFd, &one, sizeof one) < 0) {
         // Full or not there: whoever waits wakes up anyway, or nobody does.
     }
     errno = savedErrno;
+}
+
+void drain() {
+    uint64_t count = 0;
+    if (read(wakeFd, &count, sizeof count) < 0) {
+        // Nothing was noted.
+    }
+}
+
+// A handler on another thread may wake up those who wait when its signal is forgotten already.
+void drainUnlessInterrupted() {
+    if (pendingSignal == 0) {
+        drain();
+    }
 }
 
 }  // namespace
@@ -49,10 +68,7 @@ int interruptSignal() {
 
 void clearInterrupt() {
     pendingSignal = 0;
-    uint64_t count = 0;
-    if (read(wakeFd, &count, sizeof count) < 0) {
-        // Nothing was noted.
-    }
+    drain();
 }
 
 void throwIfInterrupted() {
@@ -61,9 +77,22 @@ void throwIfInterrupted() {
     }
 }
 
+bool waitForInput(int fd, int otherFd) {
+    pollfd waits[] = {{wakeFd, POLLIN, 0}, {otherFd, POLLIN, 0}, {fd, POLLIN, 0}};
+    const bool any = poll(waits, 3, -1) > 0;
+    drainUnlessInterrupted();
+    return any && pendingSignal == 0 && waits[1].revents == 0 && waits[2].revents != 0;
+}
+
 bool sleepUnlessInterrupted(std::chrono::milliseconds time) {
-    pollfd wake = {wakeFd, POLLIN, 0};
-    poll(&wake, 1, static_cast<int>(time.count()));
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + time;
+    for (Clock::time_point now; pendingSignal == 0 && (now = Clock::now()) < end;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - now);
+        pollfd wake = {wakeFd, POLLIN, 0};
+        poll(&wake, 1, static_cast<int>(left.count()));
+        drainUnlessInterrupted();
+    }
     return pendingSignal == 0;
 }
 

@@ -21,6 +21,10 @@ void clearInterrupt();
 
 void throwIfInterrupted();
 
+// Waits until there is something to read from the first, or the end of it. False, at once, when the
+// user wants an end or the other one, if any, can be read.
+bool waitForInput(int fd, int otherFd = -1);
+
 // Waits for the time to pass. False, at once, when the user wants an end.
 bool sleepUnlessInterrupted(std::chrono::milliseconds time);
 

@@ -240,7 +240,7 @@ int Session::run(const ParsedCommand& command) {
     int status = kDone;
     show(command.globals);
     try {
-        for (auto step = command.steps.begin(); step != command.steps.end() && status == kDone;
+        for (auto step = command.steps.begin(); step != command.steps.end() && status == kDone && !over;
              ++step) {
             status = run(*step);
         }

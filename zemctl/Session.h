@@ -74,6 +74,7 @@ class Session {
     Report report;
     KeyRing keys;
     bool interactive = false;      // lines are typed or played, and not one command line
+    bool over = false;             // the user wants no more of it
     Cause cause = Cause::kClient;  // of what the step that runs changes
     std::unique_ptr<Watch> watch;  // null: nobody watches
     bool refreshing = false;       // the library refuses all else until the refresh is complete

@@ -8,6 +8,7 @@
 #include "Script.h"
 #include "Session.h"
 #include "Settings.h"
+#include "Shell.h"
 #include "Text.h"
 #include "Values.h"
 
@@ -103,6 +104,23 @@ VerbGroup toolVerbs() {
              Where::kAnywhere,
              prepareHelp,
              true},
+            {"shell",
+             "Begin a session: type verbs, or pipe them in, line by line, against one modem",
+             "Tab completes; --json and --show-secrets in a line hold for that line. Ctrl-C ends "
+             "what runs,\nor discards what is typed; with nothing typed it ends the session. The "
+             "exit status is 0, and\nwith input that no terminal gives that of the last line.",
+             "--modem modem.txt shell",
+             {},
+             Where::kCommandLine,
+             prepareShell},
+            {"quit",
+             "End the session: release the keys and save the modem's profiles",
+             "",
+             "quit",
+             {},
+             Where::kSession,
+             prepareQuit},
+            {"exit", "The same as quit", "", "exit", {}, Where::kSession, prepareQuit},
             {"man",
              "Print this tool's manual page, for man -l",
              "",
