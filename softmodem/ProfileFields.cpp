@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <type_traits>
 
 #include "wds_service_v01.h"
@@ -128,6 +130,12 @@ std::string ProfileField::objection(const Value& value) const {
     return {};
 }
 
+std::optional<uint64_t> ProfileField::parseNumber(std::string_view text) const {
+    for (const NamedValue& named : valueNames)
+        if (text == named.name) return named.value;
+    return softmodem::parseNumber(text);
+}
+
 std::string ProfileField::format(const Value& value) const {
     if (const auto* text = std::get_if<std::string>(&value)) return escaped(*text);
     const uint64_t number = std::get<uint64_t>(value);
@@ -137,6 +145,16 @@ std::string ProfileField::format(const Value& value) const {
     char hex[19];
     snprintf(hex, sizeof hex, "0x%llx", static_cast<unsigned long long>(number));
     return hex;
+}
+
+std::optional<uint64_t> parseNumber(std::string_view text) {
+    const bool hex = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
+    if (hex) text.remove_prefix(2);
+    uint64_t number = 0;
+    const auto [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), number, hex ? 16 : 10);
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    return number;
 }
 
 FieldTable profileFields() {
@@ -245,6 +263,31 @@ std::vector<std::string> fieldNames(Tech tech) {
     for (const ProfileField& field : kFields)
         if (field.belongsTo(tech)) result.emplace_back(field.name);
     return result;
+}
+
+std::vector<std::string> valueNames(std::string_view name) {
+    std::vector<std::string> result;
+    if (const ProfileField* field = findField(name))
+        for (const NamedValue& named : field->valueNames) result.emplace_back(named.name);
+    return result;
+}
+
+Value parseValue(Tech tech, std::string_view name, std::string_view text) {
+    const std::string start = std::string(name) + ": ";
+    const ProfileField* field = findField(name);
+    if (!field) throw std::invalid_argument("no field \"" + escaped(name) + "\"");
+    if (!field->belongsTo(tech))
+        throw std::invalid_argument(start + "no field of " + techName(tech));
+    Value value = std::string(text);
+    if (!field->isText) {
+        const std::optional<uint64_t> number = field->parseNumber(text);
+        if (!number)
+            throw std::invalid_argument(start + "\"" + escaped(text) + "\" is no value of it");
+        value = *number;
+    }
+    if (const std::string objection = field->objection(value); !objection.empty())
+        throw std::invalid_argument(start + objection);
+    return value;
 }
 
 std::vector<std::string> describe(const Profile& profile) {

@@ -42,6 +42,8 @@ struct ProfileField {
     bool belongsTo(Tech other) const { return !tech || *tech == other; }
     // Empty when a profile may hold the value, else what is wrong with it.
     std::string objection(const Value& value) const;
+    // The number of a name, or one in digits; empty when it is neither.
+    std::optional<uint64_t> parseNumber(std::string_view text) const;
     // Numbers by name where there is one, texts escaped.
     std::string format(const Value& value) const;
 };
@@ -53,6 +55,9 @@ struct FieldTable {
     const ProfileField* begin() const { return first; }
     const ProfileField* end() const { return last; }
 };
+
+// A number in digits, also as 0x...; the whole text.
+std::optional<uint64_t> parseNumber(std::string_view text);
 
 FieldTable profileFields();
 const ProfileField* findField(std::string_view name);

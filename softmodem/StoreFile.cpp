@@ -36,16 +36,6 @@ std::string_view takeWord(std::string_view& rest) {
     return word;
 }
 
-std::optional<uint64_t> parseNumber(std::string_view text) {
-    const bool hex = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
-    if (hex) text.remove_prefix(2);
-    uint64_t number = 0;
-    const auto [end, error] =
-        std::from_chars(text.data(), text.data() + text.size(), number, hex ? 16 : 10);
-    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-    return number;
-}
-
 // What stands between the quotes; empty on a bad escape or an early or missing quote.
 std::optional<std::string> parseQuoted(std::string_view text) {
     std::string result;
@@ -183,9 +173,7 @@ class Parser {
             if (!value) refuse(std::string(field.name) + ": bad escape or quote");
             return std::move(*value);
         }
-        for (const NamedValue& named : field.valueNames)
-            if (text == named.name) return named.value;
-        const std::optional<uint64_t> number = parseNumber(text);
+        const std::optional<uint64_t> number = field.parseNumber(text);
         if (!number)
             refuse(std::string(field.name) + ": \"" + escaped(text) + "\" is no value of it");
         return *number;

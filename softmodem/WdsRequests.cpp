@@ -356,4 +356,10 @@ std::string messageName(unsigned messageId) {
     return hex;
 }
 
+std::map<unsigned, std::string> messageNames() {
+    std::map<unsigned, std::string> names;
+    for (const Message& message : kMessages) names.emplace(message.id, message.name);
+    return names;
+}
+
 }  // namespace softmodem

@@ -1,6 +1,6 @@
 #include "CommandParser.h"
 
-#include <map>
+#include <algorithm>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -29,6 +29,7 @@ void declare(CLI::App& app, const Arguments& arguments) {
         }
         const bool many = argument.arity == Arity::kMany || argument.arity == Arity::kAny;
         option->expected(1, many ? CLI::detail::expected_max_vector_size : 1);
+        option->allow_extra_args(many);
     }
 }
 
@@ -43,49 +44,30 @@ Given takeGiven(const CLI::App& app, const Arguments& arguments) {
     return Given(std::move(values));
 }
 
+// One verb with the words behind it; null in front of the first.
+struct Segment {
+    const Verb* verb;
+    std::vector<std::string> words;
+};
+
 class Parser {
   public:
-    Parser(const Globals& defaults, bool session)
-        : app("", "zemctl"), inSession(session), globalOptions(globalArguments()) {
+    Parser(const Globals& defaults, bool session) : inSession(session) {
         parsed.globals = defaults;
-        app.require_subcommand(0, 0);
-        app.set_help_flag("-h,--help");
-        declare(app, globalOptions);
-        for (const VerbGroup& group : verbGroups()) {
-            for (const Verb& verb : group.verbs) {
-                if (verb.where != (inSession ? Where::kCommandLine : Where::kSession)) {
-                    addVerb(verb);
-                }
-            }
-        }
     }
 
     ParsedCommand parse(const std::vector<std::string>& words) {
-        try {
-            app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
-        } catch (const CLI::CallForHelp&) {
-            const std::string name = lastVerb();
-            parsed.steps = {helpStep(name)};
-            return std::move(parsed);
-        } catch (const CLI::ExtrasError& error) {
-            refuse(unexpected(error.what()));
-        } catch (const CLI::ParseError& error) {
-            refuse(error.what());
-        }
-        takeGlobals(takeGiven(app, globalOptions), parsed.globals);
-        if (inSession) {
-            for (const char* const name : {"--modem", "--factory", "--subscription", "--log"}) {
-                const CLI::Option* const option = app.get_option_no_throw(name);
-                if (option && option->count() != 0) {
-                    refuse(std::string(name) + " belongs to the line that starts zemctl");
-                }
-            }
+        const std::vector<Segment> segments = split(words);
+        for (const Segment& segment : segments) {
+            take(segment);
         }
         if (parsed.steps.empty()) {
-            refuse(startOf(words));
+            refuse("a verb is missing");
         }
-        if (parsed.steps.size() > 1 && !alone.empty()) {
-            refuse('\'' + alone + "' stands alone");
+        for (const Segment& segment : segments) {
+            if (segment.verb && segment.verb->where == Where::kCommandLine && segments.size() > 2) {
+                refuse('\'' + segment.verb->name + "' stands alone");
+            }
         }
         return std::move(parsed);
     }
@@ -95,87 +77,107 @@ class Parser {
         throw UsageError(what + (inSession ? kSessionHint : kHint));
     }
 
-    void addVerb(const Verb& verb) {
-        const size_t blank = verb.name.find(' ');
-        CLI::App* parent = &app;
-        if (blank != std::string::npos) {
-            const std::string first = verb.name.substr(0, blank);
-            CLI::App*& known = parents[first];
-            if (!known) {
-                known = app.add_subcommand(first);
-                known->require_subcommand(1);
-                known->fallthrough();
-                known->set_help_flag("-h,--help");
+    // A verb begins where its name stands and no option waits for a value.
+    std::vector<Segment> split(const std::vector<std::string>& words) const {
+        std::vector<Segment> segments = {{nullptr, {}}};
+        for (size_t i = 0; i < words.size(); ++i) {
+            const std::string& word = words[i];
+            Segment& current = segments.back();
+            const bool isOption = !word.empty() && word[0] == '-';
+            if (isOption || (current.verb && current.verb->takesRest) ||
+                (!current.words.empty() && takesValue(current.verb, current.words.back()))) {
+                current.words.push_back(word);
+                continue;
             }
-            parent = known;
-        }
-        CLI::App* const options = parent->add_subcommand(
-            blank == std::string::npos ? verb.name : verb.name.substr(blank + 1));
-        options->fallthrough();
-        options->set_help_flag("-h,--help");
-        declare(*options, verb.arguments);
-        // At once, so that a verb may come again with other options.
-        options->immediate_callback()->callback([this, &verb, options] {
-            parsed.steps.push_back(verb.prepare(takeGiven(*options, verb.arguments)));
-            if (verb.where == Where::kCommandLine) {
-                alone = verb.name;
-            }
-        });
-    }
-
-    // The verb that the words came to last; empty when there is none yet.
-    std::string lastVerb() const {
-        std::vector<std::string> names;
-        const CLI::App* current = &app;
-        while (!current->get_subcommands().empty()) {
-            current = current->get_subcommands().back();
-            names.push_back(current->get_name());
-        }
-        return join(names, " ");
-    }
-
-    std::string startOf(const std::vector<std::string>& words) const {
-        return words.empty() ? "a verb is missing"
-                             : "a verb is missing behind '" + words.back() + '\'';
-    }
-
-    // The library that reads the words names those that are left over.
-    std::string unexpected(const std::string& message) const {
-        const size_t colon = message.find(": ");
-        const std::string rest = colon == std::string::npos ? message : message.substr(colon + 2);
-        std::string word = rest.substr(0, rest.find(' '));
-        for (const std::string_view other : split(rest, ' ')) {
-            if (other.substr(0, 2) == "--") {  // what follows it may be its value
-                word = std::string(other.substr(0, other.find('=')));
-                break;
+            const std::string two = i + 1 < words.size() ? word + ' ' + words[i + 1] : word;
+            if (const Verb* const verb = findVerb(two); verb && two != word) {
+                segments.push_back({verb, {}});
+                ++i;
+            } else if (const Verb* const single = findVerb(word)) {
+                segments.push_back({single, {}});
+            } else if (beginsTwoWords(word) && (!current.verb || two == word)) {
+                if (two != word && words[i + 1][0] != '-') {
+                    refuse("no verb '" + two + '\'' + suggestion(two, verbNames(inSession)));
+                }
+                segments.push_back({findVerb("help"), {word}});
+            } else if (!current.verb) {
+                refuse("no verb '" + word + '\'' + suggestion(word, verbNames(inSession)));
+            } else {
+                current.words.push_back(word);
             }
         }
-        const std::string name = lastVerb();
-        const Verb* const verb = findVerb(name);
-        if (word[0] == '-') {
-            std::vector<std::string> options;
-            for (const Argument& argument :
-                 (verb ? verb->arguments : Arguments()) + globalOptions) {
-                if (argument.isOption()) {
-                    options.push_back(argument.name);
+        return segments;
+    }
+
+    static bool takesValue(const Verb* verb, const std::string& option) {
+        const Arguments arguments = (verb ? verb->arguments : Arguments()) + globalArguments();
+        const Argument* const argument = findArgument(arguments, option);
+        return argument && argument->isOption() && argument->arity != Arity::kSwitch;
+    }
+
+    static bool beginsTwoWords(const std::string& word) {
+        const auto names = verbNames(false);
+        return std::any_of(names.begin(), names.end(),
+                           [&](const std::string& name) { return name.rfind(word + ' ', 0) == 0; });
+    }
+
+    void take(const Segment& segment) {
+        if (segment.verb &&
+            segment.verb->where == (inSession ? Where::kCommandLine : Where::kSession)) {
+            refuse('\'' + segment.verb->name + "' stands " +
+                   (inSession ? "on the line that starts zemctl" : "in the shell and in scripts"));
+        }
+        const Arguments own = segment.verb ? segment.verb->arguments : Arguments();
+        CLI::App app;
+        app.set_help_flag("-h,--help");
+        declare(app, own + globalArguments());
+        try {
+            app.parse(std::vector<std::string>(segment.words.rbegin(), segment.words.rend()));
+        } catch (const CLI::CallForHelp&) {
+            parsed.steps.push_back(helpStep(segment.verb ? segment.verb->name : ""));
+            return;
+        } catch (const CLI::ExtrasError&) {
+            refuse(unexpected(segment, app.remaining()));
+        } catch (const CLI::ParseError& error) {
+            refuse((segment.verb ? segment.verb->name + ": " : "") + error.what());
+        }
+        const Given globals = takeGiven(app, globalArguments());
+        if (inSession) {
+            for (const char* const name : {"--modem", "--factory", "--subscription", "--log"}) {
+                if (globals.has(name)) {
+                    refuse(std::string(name) + " belongs to the line that starts zemctl");
                 }
             }
-            return (verb ? '\'' + name + "' has no option '" : "no option '") + word + '\'' +
-                   suggestion(word, options);
         }
-        // Behind "modem", or instead of a verb.
-        const std::string typed = verb || name.empty() ? word : name + ' ' + word;
-        return (verb ? '\'' + word + "' is no verb, nor anything that '" + name + "' takes"
-                     : "no verb '" + typed + '\'') +
-               suggestion(typed, verbNames(inSession));
+        takeGlobals(globals, parsed.globals);
+        if (segment.verb) {
+            parsed.steps.push_back(segment.verb->prepare(takeGiven(app, own)));
+        }
     }
 
-    CLI::App app;
+    std::string unexpected(const Segment& segment, const std::vector<std::string>& rest) const {
+        const std::string what = segment.verb ? '\'' + segment.verb->name + "' " : "zemctl ";
+        // What stands behind an option may be meant as its value.
+        const auto option = std::find_if(rest.begin(), rest.end(), [](const std::string& word) {
+            return !word.empty() && word[0] == '-';
+        });
+        if (option == rest.end()) {
+            return what + "takes no '" + rest.front() + '\'' +
+                   suggestion(rest.front(), verbNames(inSession));
+        }
+        std::vector<std::string> options;
+        for (const Argument& argument :
+             (segment.verb ? segment.verb->arguments : Arguments()) + globalArguments()) {
+            if (argument.isOption()) {
+                options.push_back(argument.name);
+            }
+        }
+        const std::string name = option->substr(0, option->find('='));
+        return what + "has no option '" + name + '\'' + suggestion(name, options);
+    }
+
     const bool inSession;
-    const Arguments& globalOptions;
     ParsedCommand parsed;
-    std::map<std::string, CLI::App*> parents;  // of verbs of two words
-    std::string alone;                         // a verb that nothing may stand beside
 };
 
 }  // namespace

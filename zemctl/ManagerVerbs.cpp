@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
+#include <climits>
 #include <optional>
 
 #include <nlohmann/json.hpp>
 
+#include "Interrupt.h"
 #include "ProfileOutput.h"
 #include "Secrets.h"
 #include "Session.h"
@@ -20,6 +23,8 @@ using Key = std::shared_ptr<zem::IProfileKey>;
 using zem::TechType;
 
 constexpr const char* kAll = "all";
+constexpr int kLongestWatch = 1'000'000;  // seconds
+constexpr std::chrono::milliseconds kBetweenLooks(100);
 
 constexpr zem::NamedValue<unsigned int> kSubsets[] = {
     {zem::MATCH_HOME_IP_SUBSET, "home"},
@@ -259,9 +264,46 @@ Step prepareRefresh(const Given& given) {
     return [status](Session& session) {
         session.library().refresh(status);
         session.refreshing = status == zem::START;
+        session.cause = Cause::kRefresh;
         session.report.line(session.refreshing
                                 ? "refresh started: all else is refused, but dump"
                                 : "refresh complete: all profiles are read anew, all keys expired");
+        return kDone;
+    };
+}
+
+Step prepareWatch(const Given& given) {
+    if (given.has("STATE")) {
+        if (given.has("--for") || given.has("--count")) {
+            throw UsageError("watch on and watch off take no --for and no --count");
+        }
+        return
+            [on = OptionText{"watch", given.text("STATE")}.oneOf(kSwitchNames)](Session& session) {
+                session.library();
+                refuseDuringRefresh(session);
+                session.watch = on ? std::make_unique<Watch>(session) : nullptr;
+                session.report.line(on ? "changes are shown after each command"
+                                       : "changes are not shown any more");
+                return kDone;
+            };
+    }
+    const auto number = [&](const char* name, int most) {
+        return given.has(name) ? OptionText{name, given.text(name)}.number(1, most) : most;
+    };
+    return [seconds = number("--for", kLongestWatch),
+            count = number("--count", INT_MAX)](Session& session) {
+        session.library();
+        refuseDuringRefresh(session);
+        Watch watch(session);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+        while (watch.told() < static_cast<size_t>(count) &&
+               std::chrono::steady_clock::now() < end) {
+            if (!sleepUnlessInterrupted(kBetweenLooks)) {
+                clearInterrupt();  // the usual end of it
+                break;
+            }
+            watch.look(session.reload() ? Cause::kFile : Cause::kNetwork);
+        }
         return kDone;
     };
 }
@@ -411,6 +453,18 @@ VerbGroup managerVerbs() {
                [](const Typing&) { return namesOf(kRefreshNames); }}},
              Where::kAnywhere,
              prepareRefresh},
+            {"watch",
+             "Show the profiles that change, when, and through whom, until Ctrl-C",
+             "Through whom: this client, the network, a restart, another subscription, or somebody "
+             "else through the modem's file. 'watch on' shows after each command of a session what "
+             "it has changed.",
+             "watch --for 60",
+             {{"STATE", "", "on or off: watch while other verbs run", Arity::kOptional,
+               [](const Typing&) { return namesOf(kSwitchNames); }},
+              {"--for", "SECONDS", "End after so long"},
+              {"--count", "N", "End after so many changes"}},
+             Where::kAnywhere,
+             prepareWatch},
             {"dump",
              "Show the library's cache, what the modem still owes it, and its newest lines",
              "",

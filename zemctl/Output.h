@@ -41,6 +41,8 @@ class Output {
     std::ostream& text() const;
     // For programs, one line each; nothing unless objects are asked for.
     void object(const Json& object) const;
+    // Lets a reader see what was said so far.
+    void flush() const { text().flush(); }
     // One line about what went wrong.
     void complain(const std::string& what) const;
 

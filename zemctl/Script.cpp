@@ -356,6 +356,10 @@ Step prepareRun(const Given& given) {
         const std::string text = contentsOf(file, session.output.console.in);
         const Script script(file, text, session.options());
         session.interactive = true;
+        const auto end = [&session] {  // without a word, as it is no command's answer
+            session.watch = nullptr;
+            session.keys.clear();
+        };
         try {
             if (record) {
                 script.record(session);
@@ -363,10 +367,10 @@ Step prepareRun(const Given& given) {
                 script.play(session, quiet);
             }
         } catch (const Failure&) {
-            session.keys.clear();
+            end();
             throw;
         }
-        session.keys.clear();
+        end();
         return kDone;
     };
 }

@@ -153,6 +153,25 @@ void Session::settle() {
     manager.filter(nothing());  // the first may overtake an event that came with it
 }
 
+bool Session::reload() {
+    if (globals.modemFile.empty() || !access) {
+        return false;
+    }
+    const auto now = contentsOf(globals.modemFile);
+    if (!now || now == fileText) {
+        return false;
+    }
+    try {
+        access->load(globals.modemFile);
+    } catch (const std::runtime_error& error) {
+        throw UsageError(error.what());
+    }
+    fileText = now;
+    storeText = access->storeText();
+    settle();
+    return true;
+}
+
 void Session::save() {
     if (globals.modemFile.empty() || !access) {
         return;
@@ -163,8 +182,7 @@ void Session::save() {
     }
     if (contentsOf(globals.modemFile) != fileText) {
         throw Failure(kRefused, globals.modemFile +
-                                    " has been changed by somebody else; what this session changes "
-                                    "is not saved");
+                                    " was changed by somebody else meanwhile, and is not written");
     }
     try {
         access->save(globals.modemFile);
@@ -179,9 +197,19 @@ int Session::run(const Step& step) {
     const unsigned failed = report.checksFailed();
     int status = kDone;
     try {
+        if (reload()) {
+            report.line(globals.modemFile + " was changed by somebody else and is read anew");
+            if (watch) {
+                watch->look(Cause::kFile);
+            }
+        }
+        cause = Cause::kClient;
         status = step(*this);
         settle();
         save();
+        if (watch) {
+            watch->look(cause);
+        }
         if (status == kDone && report.checksFailed() != failed) {
             status = kRefused;
         }

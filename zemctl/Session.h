@@ -16,6 +16,7 @@
 #include "Output.h"
 #include "Phone.h"
 #include "Report.h"
+#include "Watch.h"
 
 namespace zemctl {
 
@@ -41,6 +42,7 @@ class Session {
     Phone& phone();
     // As the modem has them; without starting anything.
     std::vector<StoredProfile> storedProfiles() const;
+    unsigned subscription() const { return static_cast<unsigned>(globals.subscription); }
     const std::string& logLevel() const { return globals.log; }
     const Globals& options() const { return globals; }
     bool libraryStarted() const { return started; }
@@ -54,6 +56,8 @@ class Session {
     // Waits until the library has seen all that the modem has to say. Throws Failure with
     // kModemDown.
     void settle();
+    // Takes over what somebody else has written to the modem's file. Whether there was anything.
+    bool reload();
     // Writes the modem's file when its profiles have changed. Throws Failure.
     void save();
     // Runs a step; what it throws, a wish to end apart, is said and becomes its status.
@@ -68,8 +72,10 @@ class Session {
     Output& output;
     Report report;
     KeyRing keys;
-    bool interactive = false;  // lines are typed or played, and not one command line
-    bool refreshing = false;   // the library refuses all else until the refresh is complete
+    bool interactive = false;      // lines are typed or played, and not one command line
+    Cause cause = Cause::kClient;  // of what the step that runs changes
+    std::unique_ptr<Watch> watch;  // null: nobody watches
+    bool refreshing = false;       // the library refuses all else until the refresh is complete
 
   private:
     const Globals globals;

@@ -114,7 +114,7 @@ std::string nearest(std::string_view typed, const std::vector<std::string>& cand
             }
         }
         const size_t distance = distances.back();
-        if (distance < fewest && distance < std::max(typed.size(), candidate.size())) {
+        if (distance < fewest && 3 * distance <= 2 * std::max(typed.size(), candidate.size())) {
             fewest = distance;
             best = candidate;
         }

@@ -27,7 +27,8 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
 // "1 profile", "3 profiles"
 std::string counted(size_t number, std::string_view one, std::string_view many);
 
-// The candidate that takes the fewest edits to reach; empty when none has anything in common.
+// The candidate that takes the fewest edits to reach; empty when all take too many
+// to be meant.
 std::string nearest(std::string_view typed, const std::vector<std::string>& candidates);
 
 // A line as words: blanks part them, quotes and backslashes keep blanks, # begins a comment. Throws

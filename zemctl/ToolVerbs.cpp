@@ -77,7 +77,8 @@ VerbGroup toolVerbs() {
              "expect 3GPP:1 *internet*",
              {{"TEXT", "", "The line, without quotes", Arity::kAny}},
              Where::kAnywhere,
-             prepareExpect},
+             prepareExpect,
+             true},
             {"fields",
              "Show each setting of a profile with its values and its default",
              "",
@@ -92,7 +93,8 @@ VerbGroup toolVerbs() {
              {{"VERB", "", "The verb to show", Arity::kAny,
                [](const Typing& typing) { return verbNames(typing.session != nullptr); }}},
              Where::kAnywhere,
-             prepareHelp},
+             prepareHelp,
+             true},
         },
     };
 }

@@ -68,6 +68,9 @@ struct Argument {
 
 using Arguments = std::vector<Argument>;
 
+// Null when there is none of that name.
+const Argument* findArgument(const Arguments& arguments, const std::string& name);
+
 // What was given for a verb's arguments, by their names.
 class Given {
   public:
@@ -107,6 +110,8 @@ struct Verb {
     Where where = Where::kAnywhere;
     // Checks what was given, before anything runs; throws UsageError.
     Step (*prepare)(const Given&);
+    bool takesRest = false;  // what follows are its own words, also the names of verbs
+    bool hidden = false;     // for programs, not for people
 };
 
 // The groups in which help and man page show them.

@@ -35,12 +35,18 @@ std::vector<std::string> verbNames(bool inSession) {
     std::vector<std::string> names;
     for (const VerbGroup& group : verbGroups()) {
         for (const Verb& verb : group.verbs) {
-            if (verb.where != (inSession ? Where::kCommandLine : Where::kSession)) {
+            if (!verb.hidden && verb.where != (inSession ? Where::kCommandLine : Where::kSession)) {
                 names.push_back(verb.name);
             }
         }
     }
     return names;
+}
+
+const Argument* findArgument(const Arguments& arguments, const std::string& name) {
+    const auto found = std::find_if(arguments.begin(), arguments.end(),
+                                    [&](const Argument& each) { return each.name == name; });
+    return found == arguments.end() ? nullptr : &*found;
 }
 
 std::vector<std::string> fileNames(const Typing& /*typing*/) {

@@ -16,6 +16,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -33,6 +34,13 @@ using Value = std::variant<uint64_t, std::string>;
 using Fields = std::map<std::string, Value, std::less<>>;
 
 SOFTMODEM_API std::vector<std::string> fieldNames(Tech tech);
+
+// The names that a field's values have in texts, besides numbers; empty for most.
+SOFTMODEM_API std::vector<std::string> valueNames(std::string_view field);
+
+// The value that a person means: a name, a number (also as 0x...), or a text as it stands. Throws
+// std::invalid_argument, which says what is wrong with the field or the value.
+SOFTMODEM_API Value parseValue(Tech tech, std::string_view field, std::string_view text);
 
 struct Profile {
     Tech tech = Tech::k3gpp;
@@ -202,5 +210,8 @@ SOFTMODEM_API std::vector<std::string> describe(const Profile& profile);
 
 // 0x0027 -> "create profile"; an unknown id gives its number, "0x0999".
 SOFTMODEM_API std::string messageName(unsigned messageId);
+
+// The requests that the modem knows, by message id.
+SOFTMODEM_API std::map<unsigned, std::string> messageNames();
 
 }  // namespace softmodem
