@@ -93,7 +93,8 @@ class Parser {
             if (const Verb* const verb = findVerb(two); verb && two != word) {
                 segments.push_back({verb, {}});
                 ++i;
-            } else if (const Verb* const single = findVerb(word)) {
+            } else if (const Verb* const single = findVerb(word);
+                       single && !(single->hidden && current.verb)) {  // "refresh complete"
                 segments.push_back({single, {}});
             } else if (beginsTwoWords(word) && (!current.verb || two == word)) {
                 if (two != word && words[i + 1][0] != '-') {
@@ -143,9 +144,9 @@ class Parser {
         }
         const Given globals = takeGiven(app, globalArguments());
         if (inSession) {
-            for (const char* const name : {"--modem", "--factory", "--subscription", "--log"}) {
+            for (const std::string& name : startOptions()) {
                 if (globals.has(name)) {
-                    refuse(std::string(name) + " belongs to the line that starts zemctl");
+                    refuse(name + " belongs to the line that starts zemctl");
                 }
             }
         }

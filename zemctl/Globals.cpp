@@ -34,6 +34,12 @@ const Arguments& globalArguments() {
     return arguments;
 }
 
+const std::vector<std::string>& startOptions() {
+    static const std::vector<std::string> names = {"--modem", "--factory", "--subscription",
+                                                   "--log"};
+    return names;
+}
+
 void takeGlobals(const Given& given, Globals& globals) {
     const auto option = [&](const char* name) { return OptionText{name, given.text(name)}; };
     if (given.has("--modem")) {

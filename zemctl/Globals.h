@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Verb.h"
 
@@ -18,6 +19,9 @@ struct Globals {
 
 // The options as the table of verbs has them.
 const Arguments& globalArguments();
+
+// Those of them that belong to the line that starts a session, and to no line in it.
+const std::vector<std::string>& startOptions();
 
 // Takes what was given over the defaults. Throws UsageError.
 void takeGlobals(const Given& given, Globals& globals);

@@ -389,7 +389,7 @@ std::vector<std::string> heldKeys(const Typing& typing) {
 }  // namespace
 
 std::vector<std::string> profileWords(const Typing& typing) {
-    std::vector<std::string> words;
+    std::vector<std::string> words = typing.profiles;
     if (typing.session) {
         words = typing.session->keys.names();
         for (const StoredProfile& profile : typing.session->storedProfiles()) {

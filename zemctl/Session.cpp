@@ -193,10 +193,21 @@ void Session::save() {
     fileText = text;
 }
 
+int Session::attempt(const std::function<int()>& what) const {
+    try {
+        return what();
+    } catch (const Failure& failure) {
+        output.complain(failure.what());
+        return failure.status;
+    } catch (const std::exception& error) {
+        output.complain(error.what());
+        return kRefused;
+    }
+}
+
 int Session::run(const Step& step) {
     const unsigned failed = report.checksFailed();
-    int status = kDone;
-    try {
+    const int status = attempt([&] {
         if (reload()) {
             report.line(globals.modemFile + " was changed by somebody else and is read anew");
             if (watch) {
@@ -204,24 +215,20 @@ int Session::run(const Step& step) {
             }
         }
         cause = Cause::kClient;
-        status = step(*this);
+        const int answer = step(*this);
+        return answer == kDone && report.checksFailed() != failed ? kRefused : answer;
+    });
+    // A step that has failed may have changed something first.
+    const int end = attempt([&] {
         settle();
-        save();
         if (watch) {
             watch->look(cause);
         }
-        if (status == kDone && report.checksFailed() != failed) {
-            status = kRefused;
-        }
-    } catch (const Failure& failure) {
-        output.complain(failure.what());
-        status = failure.status;
-    } catch (const std::exception& error) {
-        output.complain(error.what());
-        status = kRefused;
-    }
+        save();
+        return kDone;
+    });
     report.setChecksFailed(failed);  // a step that runs others goes by their statuses
-    return status;
+    return status != kDone ? status : end;
 }
 
 int Session::run(const ParsedCommand& command) {

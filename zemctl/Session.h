@@ -3,6 +3,7 @@
 // Begins with a modem that has booted; the library starts when a verb needs it. One thread.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -78,6 +79,9 @@ class Session {
     bool refreshing = false;       // the library refuses all else until the refresh is complete
 
   private:
+    // The status of what it does; what it throws is said.
+    int attempt(const std::function<int()>& what) const;
+
     const Globals globals;
     std::unique_ptr<ModemAccess> access;
     std::unique_ptr<Phone> policies;

@@ -123,36 +123,60 @@ std::string nearest(std::string_view typed, const std::vector<std::string>& cand
 }
 
 std::vector<std::string> splitWords(std::string_view line) {
-    std::vector<std::string> words;
-    bool inWord = false;
-    char quote = 0;
+    UnfinishedLine split = splitUnfinished(line);
+    if (split.quote) {
+        throw std::invalid_argument(std::string("a quote ") + split.quote + " is not closed");
+    }
+    if (split.inWord) {
+        split.words.push_back(std::move(split.word));
+    }
+    return std::move(split.words);
+}
+
+UnfinishedLine splitUnfinished(std::string_view line) {
+    UnfinishedLine split;
+    split.begin = line.size();
     for (size_t i = 0; i < line.size(); ++i) {
         const char c = line[i];
-        if (!quote && (c == ' ' || c == '\t' || c == '\r')) {
-            inWord = false;
+        if (!split.quote && (c == ' ' || c == '\t' || c == '\r')) {
+            if (split.inWord) {
+                split.words.push_back(std::exchange(split.word, {}));
+                split.inWord = false;
+                split.begin = line.size();
+            }
             continue;
         }
-        if (!quote && !inWord && c == '#') {
+        if (!split.inWord && c == '#') {
+            split.comment = true;
             break;
         }
-        if (!inWord) {
-            words.emplace_back();
-            inWord = true;
+        if (!split.inWord) {
+            split.inWord = true;
+            split.begin = i;
         }
-        if (c == quote) {
-            quote = 0;
-        } else if (!quote && (c == '\'' || c == '"')) {
-            quote = c;
-        } else if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
-            words.back() += line[++i];
+        if (c == split.quote) {
+            split.quote = 0;
+        } else if (!split.quote && (c == '\'' || c == '"')) {
+            split.quote = c;
+        } else if (c == '\\' && split.quote != '\'' && i + 1 < line.size()) {
+            split.word += line[++i];
         } else {
-            words.back() += c;
+            split.word += c;
         }
     }
-    if (quote) {
-        throw std::invalid_argument(std::string("a quote ") + quote + " is not closed");
+    return split;
+}
+
+std::string escaped(std::string_view word) {
+    static const std::string_view kSpecial = " \t\r\"'\\";
+    std::string result;
+    for (const char c : word) {
+        if (kSpecial.find(c) != std::string_view::npos || (c == '#' && result.empty())) {
+            result += '\\';
+        }
+        result += c;
     }
-    return words;
+    return result;
 }
 
 std::optional<int> parseNumber(std::string_view text, int least, int most) {

@@ -35,6 +35,23 @@ std::string nearest(std::string_view typed, const std::vector<std::string>& cand
 // std::invalid_argument when a quote is not closed.
 std::vector<std::string> splitWords(std::string_view line);
 
+// A line that is still being typed: whole words, and the one that it ends in.
+struct UnfinishedLine {
+    std::vector<std::string> words;
+    std::string word;
+    size_t begin = 0;      // where that word begins in the line, with its quotes
+    bool inWord = false;   // false behind a blank
+    char quote = 0;        // the one that is not closed
+    bool comment = false;  // the line ends in one
+
+    bool blank() const { return words.empty() && !inWord; }
+};
+
+UnfinishedLine splitUnfinished(std::string_view line);
+
+// A word so that splitWords reads it as one again.
+std::string escaped(std::string_view word);
+
 // The whole text as a decimal number within the limits; empty for anything else.
 std::optional<int> parseNumber(std::string_view text, int least, int most);
 

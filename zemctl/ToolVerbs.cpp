@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Completion.h"
 #include "Help.h"
 #include "Script.h"
 #include "Session.h"
@@ -94,6 +95,23 @@ VerbGroup toolVerbs() {
                [](const Typing& typing) { return verbNames(typing.session != nullptr); }}},
              Where::kAnywhere,
              prepareHelp,
+             true},
+            {"completion",
+             "Print a script that lets bash or zsh complete the tool's command lines",
+             "For bash: eval \"$(zemctl completion bash)\"; for zsh, behind compinit: "
+             "source <(zemctl completion zsh).",
+             "completion bash",
+             {completionArgument()},
+             Where::kCommandLine,
+             prepareCompletion},
+            {"complete",
+             "Say what the last word may become, one candidate a line",
+             "A line ':files' stands for names of files; ':open' says that the word may go on.",
+             "complete -- list --home ''",
+             {{"WORD", "", "The words of a command line, behind --", Arity::kAny}},
+             Where::kCommandLine,
+             prepareComplete,
+             true,
              true},
         },
     };

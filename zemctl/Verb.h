@@ -39,6 +39,7 @@ struct Typing {
     const Session* session;          // null outside of a session
     std::vector<std::string> words;  // of this verb, in front of the one that is being typed
     std::string word;                // as far as it is typed
+    std::vector<std::string> profiles = {};  // outside of a session: the modem's, as "3gpp:1"
 };
 
 using Candidates = std::vector<std::string> (*)(const Typing&);
@@ -125,7 +126,7 @@ const std::vector<VerbGroup>& verbGroups();
 // Null when there is none of that name.
 const Verb* findVerb(const std::string& name);
 
-// "list", "modem show" and so on, of those that may stand there.
+// "list", "modem show" and so on, of those that may stand there and are for people.
 std::vector<std::string> verbNames(bool inSession);
 
 // One argument list behind the other.

@@ -31,6 +31,12 @@ const Verb* findVerb(const std::string& name) {
     return nullptr;
 }
 
+const Argument* findArgument(const Arguments& arguments, const std::string& name) {
+    const auto found = std::find_if(arguments.begin(), arguments.end(),
+                                    [&](const Argument& each) { return each.name == name; });
+    return found == arguments.end() ? nullptr : &*found;
+}
+
 std::vector<std::string> verbNames(bool inSession) {
     std::vector<std::string> names;
     for (const VerbGroup& group : verbGroups()) {
@@ -41,12 +47,6 @@ std::vector<std::string> verbNames(bool inSession) {
         }
     }
     return names;
-}
-
-const Argument* findArgument(const Arguments& arguments, const std::string& name) {
-    const auto found = std::find_if(arguments.begin(), arguments.end(),
-                                    [&](const Argument& each) { return each.name == name; });
-    return found == arguments.end() ? nullptr : &*found;
 }
 
 std::vector<std::string> fileNames(const Typing& /*typing*/) {
