@@ -126,6 +126,7 @@ TEST(ZemctlScript, KeysEndWithTheScript) {
         EXPECT_THAT(outcome.out, Not(HasSubstr("Release")));
         EXPECT_EQ(softmodem::SoftModem::instance().profiles(0).size(), 5u) << end;
     }
+    EXPECT_THAT(run("watch on\nadd --apn a\n").out, EndsWith("as expected\n"));
     // A check of a step that was to fail is no failure of the script.
     EXPECT_EQ(run("modify 3gpp:1 --apn b\nmatch-attach --id 9\nexpect status 1\n").status, 0);
 }

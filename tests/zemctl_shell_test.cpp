@@ -120,7 +120,7 @@ TEST(Shell, LinesRunInOneSessionAndTroubleIsOneLine) {
         {"get mine 'get", 2, "^$", "^zemctl: a quote ' is not closed\n$"},
         {"lst", 2, "^$", "did you mean 'list'"},
         {"--modem f list", 2, "^$", "--modem belongs to the line that starts zemctl"},
-        {"shell", 2, "^$", "no verb 'shell'"},
+        {"shell", 2, "^$", "'shell' stands on the line that starts zemctl"},
         {"get 3gpp:9 keys", 4, "^$", "no profile 3GPP:9\n$"},
         {"help get --json", 0, "^$", "usage: get PROFILE"},
         {"release mine quit keys", 0, "gone", "^$"},
@@ -133,6 +133,7 @@ TEST(Shell, LinesRunInOneSessionAndTroubleIsOneLine) {
         EXPECT_THAT(err.str(), ContainsRegex(said)) << line;
     }
     EXPECT_TRUE(session.over);
+    session.over = false;
     zemctl::runLine(session, "add --as other");
     EXPECT_EQ(completionsOf("get o", &session), "other");
     EXPECT_EQ(completionsOf("get 3gpp:5", &session), "3gpp:5");

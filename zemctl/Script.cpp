@@ -87,8 +87,12 @@ struct Edit {
     size_t line;
 };
 
-std::vector<Edit> align(const std::vector<std::string>& expected,
-                        const std::vector<std::string>& lines) {
+std::vector<Edit> align(std::vector<std::string> expected, std::vector<std::string> lines) {
+    for (std::vector<std::string>* const texts : {&expected, &lines}) {
+        for (std::string& text : *texts) {
+            text = simplified(text);
+        }
+    }
     // To replace one is half of dropping it and inserting another.
     constexpr size_t kHalf = 1, kWhole = 2;
     const size_t end = expected.size();
@@ -97,8 +101,7 @@ std::vector<Edit> align(const std::vector<std::string>& expected,
     std::vector<std::vector<size_t>> costs(end + 1, std::vector<size_t>(lineEnd + 1));
     const auto isAny = [&](size_t i) { return expected[i] == kAnyLines; };
     const auto replacing = [&](size_t i, size_t j) {
-        return costs[i + 1][j + 1] +
-               (fits(simplified(expected[i]), simplified(lines[j])) ? 0 : kHalf);
+        return costs[i + 1][j + 1] + (fits(expected[i], lines[j]) ? 0 : kHalf);
     };
     for (size_t i = end + 1; i-- > 0;) {
         for (size_t j = lineEnd + 1; j-- > 0;) {
@@ -266,7 +269,8 @@ void Script::compare(const Command& command, const Answer& answer) const {
 
 void Script::play(Session& session, bool quiet) const {
     const Output& output = session.output;
-    Progress progress(output, "playing " + printable(file), commands.size());
+    std::optional<Progress> progress(std::in_place, output, "playing " + printable(file),
+                                     commands.size());
     size_t shown = 0;
     bool begun = false;  // not with an empty line
     size_t compared = 0;
@@ -284,7 +288,7 @@ void Script::play(Session& session, bool quiet) const {
     for (const Command& command : commands) {
         showUpTo(command.line);
         if (quiet) {
-            progress.step();
+            progress->step();
         } else {
             const std::string line(trimmed(source[command.line - 1]));
             output.text() << output.bold("> " + printable(line)) << std::endl;
@@ -296,6 +300,7 @@ void Script::play(Session& session, bool quiet) const {
         compare(command, answer);
         compared += command.answer.size();
     }
+    progress.reset();
     showUpTo(source.size());
     if (!quiet) {
         output.text() << '\n';
@@ -356,6 +361,10 @@ Step prepareRun(const Given& given) {
         const std::string text = contentsOf(file, session.output.console.in);
         const Script script(file, text, session.options());
         session.interactive = true;
+        const auto end = [&session] {  // without a word, as it is no command's answer
+            session.watch = nullptr;
+            session.keys.clear();
+        };
         try {
             if (record) {
                 script.record(session);
@@ -363,10 +372,10 @@ Step prepareRun(const Given& given) {
                 script.play(session, quiet);
             }
         } catch (const Failure&) {
-            session.keys.clear();
+            end();
             throw;
         }
-        session.keys.clear();
+        end();
         return kDone;
     };
 }
