@@ -157,8 +157,9 @@ struct LineEditor::Impl {
         el_set(
             edit, EL_GETCFN,
             +[](EditLine* from, wchar_t* character) { return of(from)->readCharacter(character); });
-        el_set(
-            edit, EL_ADDFN, "complete-word", "Complete the word",
+        // In wide characters, because the other call leaks its copies of the names.
+        el_wset(
+            edit, EL_ADDFN, L"complete-word", L"Complete the word",
             +[](EditLine* from, int) { return of(from)->completeWord(); });
         el_set(edit, EL_BIND, "^I", "complete-word", nullptr);
         el_set(edit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
