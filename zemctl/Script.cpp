@@ -299,6 +299,9 @@ void Script::play(Session& session, bool quiet) const {
         }
         compare(command, answer);
         compared += command.answer.size();
+        if (session.over) {
+            break;
+        }
     }
     progress.reset();
     showUpTo(source.size());
