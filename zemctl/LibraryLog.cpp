@@ -1,10 +1,6 @@
 #include "LibraryLog.h"
 
-#include <sys/time.h>
 #include <unistd.h>
-
-#include <cstdio>
-#include <ctime>
 
 #include <android/log.h>
 
@@ -33,14 +29,7 @@ void writeLine(int priority, const char* tag, const char* text) {
             letter = level.letter;
         }
     }
-    timeval now = {};
-    gettimeofday(&now, nullptr);
-    tm parts = {};
-    localtime_r(&now.tv_sec, &parts);
-    char stamp[32];
-    snprintf(stamp, sizeof stamp, "%02d:%02d:%02d.%03d %c ", parts.tm_hour, parts.tm_min,
-             parts.tm_sec, static_cast<int>(now.tv_usec / 1000), letter);
-    const std::string line = stamp + std::string(tag ? tag : "") + ": " +
+    const std::string line = timeOfDay() + ' ' + letter + ' ' + (tag ? tag : "") + ": " +
                              printable(withoutSecrets(text ? text : "")) + '\n';
     if (write(STDERR_FILENO, line.data(), line.size()) < 0) {
         return;  // nobody reads

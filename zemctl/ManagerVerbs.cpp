@@ -21,7 +21,6 @@ namespace zemctl {
 namespace {
 
 using Key = std::shared_ptr<zem::IProfileKey>;
-using zem::TechType;
 
 constexpr const char* kAll = "all";
 constexpr int kLongestWatch = 1'000'000;  // seconds
@@ -39,11 +38,6 @@ constexpr zem::NamedValue<unsigned int> kSupersets[] = {
 };
 constexpr zem::NamedValue<zem::PDCRefreshStatus> kRefreshNames[] = {{zem::START, "start"},
                                                                     {zem::COMPLETE, "complete"}};
-
-Argument techArgument(const char* help) {
-    return {"--tech", "3gpp|3gpp2", help, Arity::kOptional,
-            [](const Typing&) { return namesOf(zem::kTechTypeNames); }};
-}
 
 Argument nameArgument() {
     return {"--as", "NAME", "Name of the key; k1, k2 and so on unless said otherwise"};
@@ -89,7 +83,7 @@ zem::FilterProfileParams filterOf(const Given& given) {
     const auto option = [&](const char* name) { return OptionText{name, given.text(name)}; };
     zem::FilterProfileParams filter(settingsOf(given));
     if (given.has("--tech")) {
-        filter.setFilterByTechType(option("--tech").oneOf(zem::kTechTypeNames));
+        filter.setFilterByTechType(techOf(given));
     }
     if (given.has("--id")) {
         filter.setFilterByProfileId(option("--id").number(0, 255));
@@ -127,18 +121,12 @@ void requireFree(const Session& session, const std::string& name) {
     }
 }
 
-void refuseDuringRefresh(const Session& session) {
-    if (session.refreshing) {
-        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
-    }
-}
-
 // --- The verbs ---
 
 Step prepareList(const Given& given) {
     return [filter = filterOf(given), hold = given.has("--hold")](Session& session) {
         zem::Manager& manager = session.library();
-        refuseDuringRefresh(session);
+        session.refuseDuringRefresh();
         auto found = manager.filter(filter);
         found.sort([](const Key& a, const Key& b) { return idOf(a) < idOf(b); });
         std::vector<SeenProfile> profiles;
@@ -179,17 +167,14 @@ Step prepareGet(const Given& given) {
 }
 
 Step prepareAdd(const Given& given) {
-    TechType tech = TechType::TECH_3GPP;
-    if (given.has("--tech")) {
-        tech = OptionText{"--tech", given.text("--tech")}.oneOf(zem::kTechTypeNames);
-    }
+    const zem::TechType tech = techOf(given);
     const zem::ProfileParams settings = settingsOf(given);
     requireSettingsOf(tech, settings);
     const bool persistent = given.has("--persistent");
     const zem::AddProfileParams params(settings, persistent, tech, given.has("--ia"));
     return [params, persistent, name = keyNameOf(given)](Session& session) {
         zem::Manager& manager = session.library();
-        refuseDuringRefresh(session);
+        session.refuseDuringRefresh();
         requireFree(session, name);
         const Key key = manager.addProfile(params);
         if (!key) {
@@ -281,7 +266,7 @@ Step prepareWatch(const Given& given) {
         return
             [on = OptionText{"watch", given.text("STATE")}.oneOf(kSwitchNames)](Session& session) {
                 session.library();
-                refuseDuringRefresh(session);
+                session.refuseDuringRefresh();
                 session.watch = on ? std::make_unique<Watch>(session) : nullptr;
                 session.report.line(on ? "changes are shown after each command"
                                        : "changes are not shown any more");
@@ -294,7 +279,7 @@ Step prepareWatch(const Given& given) {
     return [seconds = number("--for", kLongestWatch),
             count = number("--count", INT_MAX)](Session& session) {
         session.library();
-        refuseDuringRefresh(session);
+        session.refuseDuringRefresh();
         Watch watch(session);
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
         while (watch.told() < static_cast<size_t>(count) &&
@@ -372,7 +357,7 @@ Step prepareRelease(const Given& given) {
                 throw Failure(kNoProfile, "no key '" + name + "' is held" + suggestion(name, held));
             }
         }
-        refuseDuringRefresh(session);
+        session.refuseDuringRefresh();
         std::sort(wanted.begin(), wanted.end());
         wanted.erase(std::unique(wanted.begin(), wanted.end()), wanted.end());
         session.phone().releaseKeys(wanted);

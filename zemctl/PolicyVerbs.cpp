@@ -21,11 +21,11 @@ using zem::TechType;
 constexpr const char* kChecked =
     "The answer is held against a second opinion, worked out from what the modem stored before.";
 
-void refuseDuringRefresh(Session& session) {
+// Answers come from a library that is up and not in the middle of a refresh.
+Phone& phoneOf(Session& session) {
     session.library();
-    if (session.refreshing) {
-        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
-    }
+    session.refuseDuringRefresh();
+    return session.phone();
 }
 
 // The key that the policy has given is the newest on the ring.
@@ -42,37 +42,30 @@ int showAnswer(Session& session, const std::optional<ProfileId>& answer) {
 }
 
 Step prepareSetupCall(const Given& given) {
-    TechType tech = TechType::TECH_3GPP;
-    if (given.has("--tech")) {
-        tech = OptionText{"--tech", given.text("--tech")}.oneOf(zem::kTechTypeNames);
-    }
+    const TechType tech = techOf(given);
     const zem::ProfileParams params = settingsOf(given);
     requireSettingsOf(tech, params);
     return [=](Session& session) {
-        refuseDuringRefresh(session);
-        return showAnswer(session, session.phone().setupCall(tech, params));
+        return showAnswer(session, phoneOf(session).setupCall(tech, params));
     };
 }
 
 Step prepareEmergencyCall(const Given& given) {
     return [params = settingsOf(given)](Session& session) {
-        refuseDuringRefresh(session);
-        return showAnswer(session, session.phone().emergencyCall(params));
+        return showAnswer(session, phoneOf(session).emergencyCall(params));
     };
 }
 
 Step prepareAttach(const Given& given) {
     return [params = settingsOf(given)](Session& session) {
-        refuseDuringRefresh(session);
-        return showAnswer(session, session.phone().attach(params));
+        return showAnswer(session, phoneOf(session).attach(params));
     };
 }
 
 Step prepareMatchAttach(const Given& given) {
     const int id = OptionText{"--id", given.text("--id")}.number(0, 255);
     return [id, params = settingsOf(given)](Session& session) {
-        refuseDuringRefresh(session);
-        const bool answer = session.phone().matchAttach(id, params);
+        const bool answer = phoneOf(session).matchAttach(id, params);
         session.output.object(
             {{"profile", profileName(TechType::TECH_3GPP, id)}, {"matches", answer}});
         return answer ? kDone : kRefused;
@@ -83,8 +76,7 @@ Step prepareApplyApns(const Given& given) {
     const OperatorOptions source = operatorOf(given);
     return
         [source, list = readOperator(source), also3gpp2 = given.has("--3gpp2")](Session& session) {
-            refuseDuringRefresh(session);
-            session.phone().applyApns(source, list, also3gpp2);
+            phoneOf(session).applyApns(source, list, also3gpp2);
             return kDone;
         };
 }
@@ -106,9 +98,7 @@ VerbGroup policyVerbs() {
             {"setup-call", "Find or create the profile for a data call", kChecked,
              "setup-call --apn internet --home v4v6",
              settingArguments() +
-                 Arguments{{"--tech", "3gpp|3gpp2",
-                            "Family of profiles, 3gpp unless said otherwise", Arity::kOptional,
-                            [](const Typing&) { return namesOf(zem::kTechTypeNames); }}},
+                 Arguments{techArgument("Family of profiles, 3gpp unless said otherwise")},
              Where::kAnywhere, prepareSetupCall},
             {"emergency-call", "Find or create the profile for an emergency call", kChecked,
              "emergency-call --apn sos", settingArguments(), Where::kAnywhere,

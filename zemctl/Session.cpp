@@ -117,9 +117,7 @@ std::shared_ptr<zem::IProfileKey> Session::keyTo(const ProfileWord& word) {
                                       suggestion(word.text, keys.names()) +
                                       " (a profile is named like 3gpp:1)");
     }
-    if (refreshing) {
-        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
-    }
+    refuseDuringRefresh();
     zem::FilterProfileParams filter;
     filter.setFilterByTechType(word.id->first);
     filter.setFilterByProfileId(word.id->second);
@@ -132,13 +130,17 @@ std::shared_ptr<zem::IProfileKey> Session::keyTo(const ProfileWord& word) {
 
 zem::ProfileParams Session::read(const std::shared_ptr<zem::IProfileKey>& key) {
     auto params = library().getProfile(key);
-    if (!params && refreshing) {
-        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
-    }
     if (!params) {
+        refuseDuringRefresh();
         throw Failure(kNoProfile, "the key to " + key->dump() + " has expired");
     }
     return *std::move(params);
+}
+
+void Session::refuseDuringRefresh() const {
+    if (refreshing) {
+        throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
+    }
 }
 
 void Session::settle() {
@@ -240,8 +242,8 @@ int Session::run(const ParsedCommand& command) {
     int status = kDone;
     show(command.globals);
     try {
-        for (auto step = command.steps.begin(); step != command.steps.end() && status == kDone && !over;
-             ++step) {
+        for (auto step = command.steps.begin();
+             step != command.steps.end() && status == kDone && !over; ++step) {
             status = run(*step);
         }
     } catch (...) {

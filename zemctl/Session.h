@@ -54,6 +54,9 @@ class Session {
     // What the library reads there. Throws Failure with kNoProfile.
     zem::ProfileParams read(const std::shared_ptr<zem::IProfileKey>& key);
 
+    // Throws Failure with kRefused while the library would refuse.
+    void refuseDuringRefresh() const;
+
     // Waits until the library has seen all that the modem has to say. Throws Failure with
     // kModemDown.
     void settle();

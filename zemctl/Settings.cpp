@@ -189,6 +189,17 @@ ProfileParams settingsOf(const Given& given) {
     return params;
 }
 
+Argument techArgument(const std::string& help) {
+    return {"--tech", "3gpp|3gpp2", help, Arity::kOptional,
+            [](const Typing&) { return namesOf(zem::kTechTypeNames); }};
+}
+
+zem::TechType techOf(const Given& given) {
+    return given.has("--tech")
+               ? OptionText{"--tech", given.text("--tech")}.oneOf(zem::kTechTypeNames)
+               : zem::TechType::TECH_3GPP;
+}
+
 void requireSettingsOf(zem::TechType tech, const ProfileParams& params) {
     if (tech == zem::TechType::TECH_3GPP) {
         return;

@@ -37,6 +37,11 @@ Arguments settingArguments();
 // The settings that were given; throws UsageError for a value that cannot be.
 zem::ProfileParams settingsOf(const Given& given);
 
+// --tech: a family of profiles.
+Argument techArgument(const std::string& help);
+// 3GPP when it is not given; throws UsageError.
+zem::TechType techOf(const Given& given);
+
 // Throws UsageError when a setting is given that 3GPP2 profiles do not have.
 void requireSettingsOf(zem::TechType tech, const zem::ProfileParams& params);
 

@@ -1,8 +1,12 @@
 #include "Text.h"
 
+#include <sys/time.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
+#include <ctime>
 #include <numeric>
 #include <stdexcept>
 #include <utility>
@@ -92,6 +96,17 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
         result += part;
     }
     return result;
+}
+
+std::string timeOfDay() {
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    tm parts = {};
+    localtime_r(&now.tv_sec, &parts);
+    char text[32];
+    snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
+             static_cast<int>(now.tv_usec / 1000));
+    return text;
 }
 
 std::string counted(size_t number, std::string_view one, std::string_view many) {

@@ -24,6 +24,9 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 // "a, b, c"
 std::string join(const std::vector<std::string>& parts, std::string_view separator);
 
+// "17:04:09.250", as it is now and here
+std::string timeOfDay();
+
 // "1 profile", "3 profiles"
 std::string counted(size_t number, std::string_view one, std::string_view many);
 

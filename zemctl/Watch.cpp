@@ -1,15 +1,12 @@
 #include "Watch.h"
 
-#include <sys/time.h>
-
-#include <cstdio>
-#include <ctime>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "Session.h"
 #include "Settings.h"
+#include "Text.h"
 
 namespace zemctl {
 
@@ -31,17 +28,6 @@ const char* causeText(Cause cause) {
             return "the modem's file";
     }
     return "";
-}
-
-std::string timeOfDay() {
-    timeval now = {};
-    gettimeofday(&now, nullptr);
-    tm parts = {};
-    localtime_r(&now.tv_sec, &parts);
-    char text[32];
-    snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", parts.tm_hour, parts.tm_min, parts.tm_sec,
-             static_cast<int>(now.tv_usec / 1000));
-    return text;
 }
 
 // The profiles alone: what the modem owes and what was logged changes with every request.
