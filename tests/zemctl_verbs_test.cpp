@@ -24,7 +24,6 @@ namespace {
 
 using testing::AllOf;
 using testing::ContainsRegex;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 

@@ -101,7 +101,7 @@ zem::FilterProfileParams filterOf(const Given& given) {
 
 // A key's name must not be mistaken for a profile, an option or another key.
 std::string keyNameOf(const Given& given) {
-    const std::string name = given.text("--as");
+    std::string name = given.text("--as");
     const bool fits = name.empty() ? !given.has("--as")
                                    : std::isalpha(static_cast<unsigned char>(name[0])) != 0 &&
                                          std::all_of(name.begin(), name.end(), [](unsigned char c) {
@@ -281,12 +281,17 @@ Step prepareWatch(const Given& given) {
         session.library();
         session.refuseDuringRefresh();
         Watch watch(session);
+        const Console& console = session.output.console;
+        if (console.errTerminal) {
+            console.err << "watching; Ctrl-C ends it" << std::endl;
+        }
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
         while (watch.told() < static_cast<size_t>(count) &&
                std::chrono::steady_clock::now() < end) {
             if (!sleepUnlessInterrupted(kBetweenLooks)) {
-                if (interruptSignal() == SIGINT) {
-                    clearInterrupt();  // the usual end of it
+                if (interruptSignal() == SIGINT) {  // the usual end of it
+                    clearInterrupt();
+                    console.err << (console.errTerminal ? "\n" : "");  // behind the ^C
                 }
                 break;
             }

@@ -372,7 +372,7 @@ std::vector<std::string> fieldWords(const Typing& typing) {
     if (equals != std::string::npos) {
         const std::string name = typing.word.substr(0, equals);
         for (const std::string& value : softmodem::valueNames(name)) {
-            words.push_back(name + '=' + value);
+            words.push_back(typing.word.substr(0, equals + 1).append(value));
         }
         return words;
     }

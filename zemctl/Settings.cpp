@@ -169,11 +169,10 @@ const std::vector<Setting> kSettings = {
 Arguments settingArguments() {
     Arguments arguments;
     for (const Setting& setting : kSettings) {
-        const std::string values =
-            setting.candidates ? join(setting.candidates({}), ", ") : setting.values;
-        const std::string family = setting.only3gpp ? " (3GPP)" : "";
-        arguments.push_back({setting.option, setting.type,
-                             std::string(setting.help) + family + ": " + values, Arity::kOptional,
+        std::string help = setting.help;
+        help += setting.only3gpp ? " (3GPP): " : ": ";
+        help += setting.candidates ? join(setting.candidates({}), ", ") : setting.values;
+        arguments.push_back({setting.option, setting.type, help, Arity::kOptional,
                              setting.candidates, std::string(setting.type) == "LIST"});
     }
     return arguments;
