@@ -220,13 +220,30 @@ std::vector<DiagLine> SoftModem::diagLines() const {
     return {state.diagLines.begin(), state.diagLines.end()};
 }
 
-std::string SoftModem::storeText() const {
-    const Lock lock(state.mutex);
-    return formatStores(state.stores);
+std::string SoftModem::storeText(
+    const std::function<bool(const Profile&, unsigned)>& wanted) const {
+    Stores copy;
+    {
+        const Lock lock(state.mutex);
+        copy = state.stores;
+    }
+    for (unsigned subscription = 0; wanted && subscription < kSubscriptions; ++subscription)
+        for (const Tech tech : {Tech::k3gpp, Tech::k3gpp2}) {
+            Store& store = copy[subscription][static_cast<size_t>(tech)];
+            for (auto entry = store.begin(); entry != store.end();) {
+                const bool keep = wanted({tech, entry->first, entry->second}, subscription);
+                entry = keep ? std::next(entry) : store.erase(entry);
+            }
+        }
+    return formatStores(copy);
 }
 
 void SoftModem::save(const std::string& path) const {
-    writeFileAtomically(path, storeText());
+    saveStore(path, storeText());
+}
+
+void saveStore(const std::string& path, const std::string& text) {
+    writeFileAtomically(path, text);
 }
 
 void SoftModem::load(const std::string& path) {

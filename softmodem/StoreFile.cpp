@@ -276,7 +276,7 @@ void writeFileAtomically(const std::string& path, const std::string& text) {
     TemporaryFile temporary(temporaryName);
 
     struct stat old = {};
-    const mode_t mode = stat(target.c_str(), &old) == 0 ? old.st_mode & 07777 : 0644;
+    const mode_t mode = stat(target.c_str(), &old) == 0 ? old.st_mode & 07777 : 0600;
     if (fchmod(file.fd, mode) != 0) throwErrno(path, "cannot set its mode");
     for (size_t written = 0; written < text.size();) {
         const ssize_t put = write(file.fd, text.data() + written, text.size() - written);

@@ -22,8 +22,8 @@ int run(const std::vector<std::string>& words, Output& output) {
     try {
         for (const Step& step : command.steps) {
             if (const int status = session.run(step); status != kDone) {
-                const int end = session.finish();
-                return status != kDone ? status : end;
+                session.finish();
+                return status;
             }
         }
         return session.finish();
@@ -40,6 +40,8 @@ int runCommandLine(int argc, const char* const* argv, const Console& console) {
     int status = kRefused;
     try {
         status = run({argv + (argc > 0 ? 1 : 0), argv + argc}, output);
+    } catch (const Interrupted&) {  // before anything ran
+        status = kSignalled + interruptSignal();
     } catch (const Failure& failure) {
         output.complain(failure.what());
         status = failure.status;

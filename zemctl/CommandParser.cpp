@@ -1,6 +1,7 @@
 #include "CommandParser.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -70,6 +71,10 @@ class Parser {
         for (const Segment& segment : segments) {
             take(segment);
         }
+        if (help) {  // instead of all else
+            parsed.steps = {*help};
+            return std::move(parsed);
+        }
         if (parsed.steps.empty()) {
             refuse("a verb is missing");
         }
@@ -92,7 +97,7 @@ class Parser {
         for (size_t i = 0; i < words.size(); ++i) {
             const std::string& word = words[i];
             Segment& current = segments.back();
-            const bool isOption = !word.empty() && word[0] == '-';
+            const bool isOption = word.size() > 1 && word[0] == '-';
             if (isOption || (current.verb && current.verb->takesRest) ||
                 (!current.words.empty() && takesValue(current.verb, current.words.back()))) {
                 current.words.push_back(word);
@@ -142,13 +147,20 @@ class Parser {
                    (inSession ? "on the line that starts zemctl" : "in the shell and in scripts"));
         }
         const Arguments own = segment.verb ? segment.verb->arguments : Arguments();
+        for (const std::string& word : segment.words) {
+            const std::string name = word.substr(0, word.find('='));
+            const Argument* const option = findArgument(own + globalArguments(), name);
+            if (option && option->arity == Arity::kSwitch && name != word) {
+                refuse(name + " takes no value");
+            }
+        }
         CLI::App app;
         app.set_help_flag("-h,--help");
         declare(app, own + globalArguments());
         try {
             app.parse(std::vector<std::string>(segment.words.rbegin(), segment.words.rend()));
         } catch (const CLI::CallForHelp&) {
-            parsed.steps.push_back(helpStep(segment.verb ? segment.verb->name : ""));
+            help = helpStep(segment.verb ? segment.verb->name : "");
             return;
         } catch (const CLI::ExtrasError&) {
             refuse(unexpected(segment, app.remaining()));
@@ -192,6 +204,7 @@ class Parser {
 
     const bool inSession;
     ParsedCommand parsed;
+    std::optional<Step> help;
 };
 
 }  // namespace

@@ -1,7 +1,7 @@
 // ModemAccess on a device: the modem is reached through the library alone.
 #include <stdexcept>
-#include <thread>
 
+#include "Interrupt.h"
 #include "ModemAccess.h"
 
 namespace zemctl {
@@ -29,7 +29,8 @@ bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::millisecond
         if (std::chrono::steady_clock::now() >= end) {
             return false;
         }
-        std::this_thread::sleep_for(kBetweenTries);
+        sleepUnlessInterrupted(kBetweenTries);
+        throwIfInterrupted();
     }
     return true;
 }
@@ -38,11 +39,12 @@ bool ModemAccess::isUp() const {
     return true;
 }
 
-std::string ModemAccess::storeText() const {
+std::string ModemAccess::storeText(
+    const std::set<std::pair<zem::TechType, int>>& /*without*/) const {
     return {};
 }
 
-void ModemAccess::save(const std::string& /*path*/) const {}
+void ModemAccess::save(const std::string& /*path*/, const std::string& /*text*/) {}
 
 void ModemAccess::load(const std::string& path) {
     throw std::runtime_error(path + ": a device's modem has no file");

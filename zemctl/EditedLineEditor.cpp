@@ -132,6 +132,12 @@ std::string commonStart(const std::vector<std::string>& words) {
         const auto end = std::mismatch(start.begin(), start.end(), word.begin(), word.end()).first;
         start.erase(end, start.end());
     }
+    // Not within a character of several bytes.
+    const auto isPart = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
+    const std::string& whole = words.front();
+    while (start.size() < whole.size() && isPart(whole[start.size()])) {
+        start.pop_back();
+    }
     return start;
 }
 

@@ -1,11 +1,18 @@
 #include "Files.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
 
+#include "Interrupt.h"
 #include "Text.h"
 
 namespace zemctl {
@@ -32,12 +39,55 @@ std::string readFile(const std::string& path) {
         text.append(chunk, 0, count);
     }
     if (std::ferror(file.get()) != 0) {
+        throwIfInterrupted();
         throw failure("cannot read: " + std::generic_category().message(errno));
     }
     if (text.size() > kLargestFile) {
         throw failure("larger than 64 MiB");
     }
     return text;
+}
+
+std::optional<std::string> readFileIfThere(const std::string& path) {
+    std::error_code error;
+    if (!std::filesystem::exists(path, error) && !error) {
+        return std::nullopt;
+    }
+    return readFile(path);
+}
+
+FileLock::FileLock(const std::string& path) {
+    std::string folder = std::filesystem::path(path).parent_path().string();
+    if (folder.empty()) {
+        folder = ".";
+    }
+    for (;;) {
+        fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        const bool isFile = fd >= 0;
+        if (!isFile) {
+            fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        }
+        while (fd >= 0 && flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+            if (interruptSignal() != 0) {
+                close(fd);
+                throw Interrupted();
+            }
+        }
+        // Whoever had it before may have put another file in its place.
+        struct stat locked = {};
+        struct stat there = {};
+        if (!isFile || fstat(fd, &locked) != 0 || stat(path.c_str(), &there) != 0 ||
+            (locked.st_ino == there.st_ino && locked.st_dev == there.st_dev)) {
+            return;
+        }
+        close(fd);
+    }
+}
+
+FileLock::~FileLock() {
+    if (fd >= 0) {
+        close(fd);
+    }
 }
 
 }  // namespace zemctl

@@ -67,8 +67,10 @@ int interruptSignal() {
 }
 
 void clearInterrupt() {
-    pendingSignal = 0;
-    drain();
+    int number = SIGINT;  // one that has come meanwhile is not the user's to take back
+    if (pendingSignal.compare_exchange_strong(number, 0)) {
+        drain();
+    }
 }
 
 void throwIfInterrupted() {

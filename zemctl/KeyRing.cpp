@@ -9,12 +9,12 @@ namespace zemctl {
 
 HeldKey& KeyRing::hold(const std::shared_ptr<zem::IProfileKey>& key, const std::string& purpose,
                        bool transient, const std::string& name) {
-    std::string free = name;
-    while (free.empty() || (name.empty() && find(free))) {
-        free = 'k' + std::to_string(++given);
+    std::string unused = name;
+    while (unused.empty() || (name.empty() && find(unused))) {
+        unused = 'k' + std::to_string(++given);
     }
     held.push_back(
-        {free, purpose, idOf(key), transient, std::make_shared<std::atomic<bool>>(false), key});
+        {unused, purpose, idOf(key), transient, std::make_shared<std::atomic<bool>>(false), key});
     listen(held.back());
     return held.back();
 }
@@ -48,9 +48,10 @@ size_t KeyRing::references(const HeldKey& key) const {
         [text = key.key->dump()](const HeldKey& other) { return other.key->dump() == text; }));
 }
 
-bool KeyRing::isTransient(const ProfileId& id) const {
-    return std::any_of(held.begin(), held.end(),
-                       [&](const HeldKey& each) { return each.id == id && each.transient; });
+bool KeyRing::isTransient(const std::shared_ptr<zem::IProfileKey>& key) const {
+    return std::any_of(held.begin(), held.end(), [text = key->dump()](const HeldKey& each) {
+        return each.transient && each.key->dump() == text;
+    });
 }
 
 void KeyRing::listen(const HeldKey& key) {

@@ -39,8 +39,10 @@ class KeyRing {
     std::vector<std::string> names() const;
     // How many hold the same profile as the library counts them.
     size_t references(const HeldKey& key) const;
-    // Whether the last key takes the profile along; of those held.
-    bool isTransient(const ProfileId& id) const;
+    // Whether the last key takes the profile along, as those held say.
+    bool isTransient(const std::shared_ptr<zem::IProfileKey>& key) const;
+    // The newest; there must be one.
+    const HeldKey& back() const { return held.back(); }
 
     // A listener is called once, so it is set anew when it was.
     static void listen(const HeldKey& key);

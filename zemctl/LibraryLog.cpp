@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+
 #include <android/log.h>
 
 #include "Secrets.h"
@@ -31,8 +33,12 @@ void writeLine(int priority, const char* tag, const char* text) {
     }
     const std::string line = timeOfDay() + ' ' + letter + ' ' + (tag ? tag : "") + ": " +
                              printable(withoutSecrets(text ? text : "")) + '\n';
-    if (write(STDERR_FILENO, line.data(), line.size()) < 0) {
-        return;  // nobody reads
+    for (size_t done = 0; done < line.size();) {
+        const ssize_t put = write(STDERR_FILENO, line.data() + done, line.size() - done);
+        if (put < 0 && errno != EINTR) {
+            return;  // nobody reads
+        }
+        done += put < 0 ? 0 : static_cast<size_t>(put);
     }
 }
 

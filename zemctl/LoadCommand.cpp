@@ -564,6 +564,7 @@ void LoadCommand::conclude() {
 Step prepareLoad(const Given& given) {
     const OperatorOptions source = operatorOf(given);
     return [source, list = readOperator(source)](Session& session) {
+        session.requireOwnModem();
         return LoadCommand(source, list, session).run();
     };
 }

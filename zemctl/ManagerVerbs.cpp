@@ -86,7 +86,7 @@ zem::FilterProfileParams filterOf(const Given& given) {
         filter.setFilterByTechType(techOf(given));
     }
     if (given.has("--id")) {
-        filter.setFilterByProfileId(option("--id").number(0, 255));
+        filter.setFilterByProfileId(option("--id").number(0, kLastProfileId));
     }
     if (given.has("--zem")) {
         filter.setFilterByIsZemProfile(option("--zem").oneOf(kSwitchNames));
@@ -107,6 +107,10 @@ std::string keyNameOf(const Given& given) {
                                          std::all_of(name.begin(), name.end(), [](unsigned char c) {
                                              return std::isalnum(c) != 0 || c == '-' || c == '_';
                                          });
+    if (const auto verbs = verbNames(true);
+        fits && std::find(verbs.begin(), verbs.end(), name) != verbs.end()) {
+        throw UsageError("--as: '" + name + "' is a verb");
+    }
     if (!fits || name == kAll) {
         throw UsageError("--as takes a letter, then letters, digits, '-' and '_', not '" + name +
                          '\'');
@@ -117,7 +121,7 @@ std::string keyNameOf(const Given& given) {
 void requireFree(const Session& session, const std::string& name) {
     const auto names = session.keys.names();
     if (std::find(names.begin(), names.end(), name) != names.end()) {
-        throw Failure(kUsage, "a key '" + name + "' is held already");
+        throw UsageError("a key '" + name + "' is held already");
     }
 }
 
@@ -130,9 +134,9 @@ Step prepareList(const Given& given) {
         auto found = manager.filter(filter);
         found.sort([](const Key& a, const Key& b) { return idOf(a) < idOf(b); });
         std::vector<SeenProfile> profiles;
-        Progress progress(session.output, "reading", found.size());
+        std::optional<Progress> progress(std::in_place, session.output, "reading", found.size());
         while (!found.empty()) {
-            progress.step();
+            progress->step();
             const Key key = std::move(found.front());
             found.pop_front();
             const auto params = manager.getProfile(key);
@@ -140,10 +144,11 @@ Step prepareList(const Given& given) {
                 continue;  // it has gone meanwhile
             }
             if (hold) {
-                session.keys.hold(key, "list", session.keys.isTransient(idOf(key)));
+                session.keys.hold(key, "list", session.keys.isTransient(key));
             }
             profiles.push_back(seen(key, *params, session.keys));
         }
+        progress.reset();
         for (const SeenProfile& profile : profiles) {
             session.output.object(toJson(profile));
         }
@@ -212,7 +217,8 @@ Step prepareModify(const Given& given) {
         session.report.table(changes);
         const auto wrong = differences(settings, now.params, now.id.first);
         if (!answer || !wrong.empty()) {
-            throw Failure(kRefused, "the modem has not made the change: " + join(wrong, "; "));
+            throw Failure(kRefused, "the modem has not made the change" +
+                                        (wrong.empty() ? "" : ": " + join(wrong, "; ")));
         }
         return kDone;
     };
@@ -280,6 +286,7 @@ Step prepareWatch(const Given& given) {
             count = number("--count", INT_MAX)](Session& session) {
         session.library();
         session.refuseDuringRefresh();
+        session.unlockFile();
         Watch watch(session);
         const Console& console = session.output.console;
         if (console.errTerminal) {
@@ -289,7 +296,7 @@ Step prepareWatch(const Given& given) {
         while (watch.told() < static_cast<size_t>(count) &&
                std::chrono::steady_clock::now() < end) {
             if (!sleepUnlessInterrupted(kBetweenLooks)) {
-                if (interruptSignal() == SIGINT) {  // the usual end of it
+                if (session.interactive) {  // the session goes on
                     clearInterrupt();
                     console.err << (console.errTerminal ? "\n" : "");  // behind the ^C
                 }

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,7 +34,8 @@ class ModemAccess {
     bool inProcess() const;
 
     // Waits until the library has registered and read the modem's profiles, since the start or the
-    // last restart. False when the limit passes first.
+    // last restart. False when the limit passes first; throws Interrupted when the user wants an
+    // end.
     bool waitForLibrary(zem::Manager& manager,
                         std::chrono::milliseconds limit = std::chrono::seconds(10));
 
@@ -44,8 +46,9 @@ class ModemAccess {
 
     // The stores of all subscriptions as a text, to a file and from one. Both throw
     // std::runtime_error with the file's name, and its line where one is at fault.
-    std::string storeText() const;
-    void save(const std::string& path) const;
+    // Left out are those of the given profiles that are transient.
+    std::string storeText(const std::set<std::pair<zem::TechType, int>>& without) const;
+    static void save(const std::string& path, const std::string& text);
     void load(const std::string& path);
 
     // From now on the modem answers at once, and a request that it would not answer fails.

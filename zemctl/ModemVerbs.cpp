@@ -1,6 +1,8 @@
 #include "ModemVerbs.h"
 
 #include <algorithm>
+#include <limits>
+#include <optional>
 #include <stdexcept>
 
 #include <softmodem/SoftModem.h>
@@ -237,6 +239,10 @@ Step prepareCreate(const Given& given) {
             throw Failure(kRefused, id ? profileName(*id) + " is taken, or out of range"
                                        : "the modem's store is full");
         }
+        const auto created = modem.profile(techOf(tech), *index, session.subscription());
+        if (created) {
+            session.output.object(toJson(*created));
+        }
         session.report.line(profileName(tech, static_cast<int>(*index)) + " is on the modem");
         return kDone;
     };
@@ -282,7 +288,10 @@ Step prepareFail(const Given& given) {
     fault.messageId = messageIdOf(message);
     fault.count = number("--count", 1, 1);
     fault.skip = number("--skip", 0, 0);
-    fault.value = number("--value", 0, 0);
+    if (given.has("--value")) {
+        fault.value = static_cast<uint32_t>(OptionText{"--value", given.text("--value")}.number(
+            0, std::numeric_limits<int>::max()));
+    }
     return [fault, message](Session& session) {
         modemOf(session).addFault(fault);
         session.report.line(

@@ -99,7 +99,7 @@ std::optional<ProfileId> Phone::take(const std::string& purpose, const Key& key,
     report.check(wrong.empty(), "the modem stores it as it should be, and all others as before",
                  wrong);
 
-    const bool transient = created ? createsTransient : keys.isTransient(id);
+    const bool transient = created ? createsTransient : keys.isTransient(key);
     const HeldKey& held = keys.hold(key, purpose, transient);
     report.line("held as " + held.name + (transient ? ", transient" : ""));
     return id;
@@ -280,12 +280,17 @@ void Phone::releaseKeys(const std::vector<std::string>& names) {
     for (const std::string& name : names) {
         HeldKey released = keys.take(name);
         const bool wasThere = manager.getProfile(released.key).has_value();
+        const auto sameProfile = [text = released.key->dump()](const HeldKey& other) {
+            return other.key->dump() == text;
+        };
         released.key.reset();
-        const auto sameProfile = [&](const HeldKey& other) { return other.id == released.id; };
         const bool last = std::none_of(keys.begin(), keys.end(), sameProfile);
         const bool there = onModem(released.id);
         table.row({released.name, profileName(released.id), released.purpose,
-                   released.transient ? "transient" : "stays", there ? "on the modem" : "gone"});
+                   !wasThere            ? "expired"
+                   : released.transient ? "transient"
+                                        : "stays",
+                   there ? "on the modem" : "gone"});
         if (wasThere && there == (released.transient && last)) {
             wrong.push_back(profileName(released.id) + (there ? " is still there" : " is gone"));
         }

@@ -33,11 +33,8 @@ int showAnswer(Session& session, const std::optional<ProfileId>& answer) {
     if (!answer) {
         return kRefused;
     }
-    const HeldKey* newest = nullptr;
-    for (const HeldKey& each : session.keys) {
-        newest = &each;
-    }
-    session.output.object(toJson(seen(newest->key, session.read(newest->key), session.keys)));
+    const auto& key = session.keys.back().key;
+    session.output.object(toJson(seen(key, session.read(key), session.keys)));
     return kDone;
 }
 
@@ -63,7 +60,7 @@ Step prepareAttach(const Given& given) {
 }
 
 Step prepareMatchAttach(const Given& given) {
-    const int id = OptionText{"--id", given.text("--id")}.number(0, 255);
+    const int id = OptionText{"--id", given.text("--id")}.number(0, kLastProfileId);
     return [id, params = settingsOf(given)](Session& session) {
         const bool answer = phoneOf(session).matchAttach(id, params);
         session.output.object(

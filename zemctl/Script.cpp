@@ -11,6 +11,7 @@
 
 #include "Files.h"
 #include "Interrupt.h"
+#include "Secrets.h"
 #include "Session.h"
 #include "Text.h"
 
@@ -209,6 +210,10 @@ void Script::readExpected(size_t line, const std::string& text) {
     }
     Command& command = commands.back();
     const auto status = statusIn(text);
+    if (!status && behind(kStatus, text) && text.find_first_of("*.") == std::string::npos) {
+        throw UsageError(
+            at(line, "'expect status' takes a number from 0 to " + std::to_string(kHighestStatus)));
+    }
     if (!status) {
         command.answer.push_back({line, text});
         return;
@@ -274,6 +279,7 @@ void Script::play(Session& session, bool quiet) const {
     size_t shown = 0;
     bool begun = false;  // not with an empty line
     size_t compared = 0;
+    size_t played = 0;
     // What stands between two commands for the reader.
     const auto showUpTo = [&](size_t end) {
         for (; shown < end; ++shown) {
@@ -290,7 +296,7 @@ void Script::play(Session& session, bool quiet) const {
         if (quiet) {
             progress->step();
         } else {
-            const std::string line(trimmed(source[command.line - 1]));
+            const std::string line = withoutSecretWords(trimmed(source[command.line - 1]));
             output.text() << output.bold("> " + printable(line)) << std::endl;
         }
         const Answer answer = ask(session, command);
@@ -299,6 +305,7 @@ void Script::play(Session& session, bool quiet) const {
         }
         compare(command, answer);
         compared += command.answer.size();
+        ++played;
         if (session.over) {
             break;
         }
@@ -308,8 +315,8 @@ void Script::play(Session& session, bool quiet) const {
     if (!quiet) {
         output.text() << '\n';
     }
-    output.text() << printable(file) << ": " << counted(commands.size(), "command", "commands")
-                  << ", " << counted(compared, "line", "lines") << " as expected" << std::endl;
+    output.text() << printable(file) << ": " << counted(played, "command", "commands") << ", "
+                  << counted(compared, "line", "lines") << " as expected" << std::endl;
 }
 
 void Script::record(Session& session) const {
@@ -319,6 +326,9 @@ void Script::record(Session& session) const {
     for (const Command& command : commands) {
         for (; shown < command.line; ++shown) {
             out << source[shown] << '\n';
+        }
+        if (session.over) {
+            break;
         }
         const Answer answer = ask(session, command);
         throwIfInterrupted();
@@ -364,6 +374,7 @@ Step prepareRun(const Given& given) {
         const std::string text = contentsOf(file, session.output.console.in);
         const Script script(file, text, session.options());
         session.interactive = true;
+        session.unlockFile();
         const auto end = [&session] {  // without a word, as it is no command's answer
             session.watch = nullptr;
             session.keys.clear();

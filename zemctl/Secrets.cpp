@@ -1,30 +1,39 @@
 #include "Secrets.h"
 
-#include <algorithm>
 #include <atomic>
+#include <stdexcept>
+#include <vector>
 
 #include "Settings.h"
+#include "Text.h"
 
 namespace zemctl {
 
 namespace {
 
-constexpr std::string_view kMask = "********";
+constexpr std::string_view kMask = "(hidden)";
 constexpr std::string_view kLabel = "Password=";
 
 std::atomic<bool> secretsShown{false};
 
-// A password may hold commas, so it ends where the next setting begins.
+// A password may hold all that a line does, so it ends at the last place where the setting behind
+// it may begin.
 size_t endOfPassword(std::string_view text) {
-    size_t end = text.size();
+    bool behind = false;
     for (const Setting& setting : kSettings) {
-        end = std::min(end, text.find(',' + std::string(setting.name) + '='));
+        if (behind) {
+            // Of the two kinds of dump one says it like this, the other for all IP types at once.
+            for (const std::string& name :
+                 {std::string(setting.name), std::string("CommonIPType")}) {
+                const size_t end = text.rfind(',' + name + '=');
+                if (end != std::string_view::npos) {
+                    return end;
+                }
+            }
+        }
+        behind = behind || setting.secret;
     }
-    for (const std::string_view other :
-         {",CommonIPType=", ",TechType=", ",Filter", ",IsPersistent="}) {
-        end = std::min(end, text.find(other));
-    }
-    return end;
+    return text.size();
 }
 
 }  // namespace
@@ -50,6 +59,28 @@ std::string withoutSecrets(std::string_view line) {
         line.remove_prefix(endOfPassword(line));
     }
     return result += line;
+}
+
+std::string withoutSecretWords(std::string_view line) {
+    constexpr std::string_view kWord = "password";
+    if (secretsShown || line.find(kWord) == std::string_view::npos) {
+        return std::string(line);
+    }
+    std::vector<std::string> words;
+    try {
+        words = splitWords(line);
+    } catch (const std::invalid_argument&) {
+        return std::string(line.substr(0, line.find(kWord))) + std::string(kMask);
+    }
+    for (size_t i = 0; i < words.size(); ++i) {
+        const size_t equals = words[i].find('=');
+        if (equals != std::string::npos && words[i].rfind(kWord, equals) != std::string::npos) {
+            words[i] = words[i].substr(0, equals + 1) + std::string(kMask);
+        } else {
+            words[i] = i > 0 && words[i - 1] == "--password" ? kMask : escaped(words[i]);
+        }
+    }
+    return join(words, " ");
 }
 
 }  // namespace zemctl

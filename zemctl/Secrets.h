@@ -15,4 +15,7 @@ std::string secret(std::string_view text);
 // A line of the library, with the passwords in it masked.
 std::string withoutSecrets(std::string_view line);
 
+// A line as it was typed, with the passwords in it masked.
+std::string withoutSecretWords(std::string_view line);
+
 }  // namespace zemctl

@@ -1,9 +1,9 @@
 #include "Session.h"
 
-#include <fstream>
-#include <sstream>
+#include <stdexcept>
 #include <utility>
 
+#include "Files.h"
 #include "Interrupt.h"
 #include "LibraryLog.h"
 #include "Secrets.h"
@@ -15,16 +15,16 @@ namespace zemctl {
 
 namespace {
 
-constexpr int kLastIndex = 255;
+constexpr std::chrono::milliseconds kFirstAnswer(10000);
+constexpr std::chrono::milliseconds kNextAnswer(500);  // of a modem that gave none before
 
+// Empty when there is no file yet; one that cannot be read is not to be written over.
 std::optional<std::string> contentsOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        return std::nullopt;
+    try {
+        return readFileIfThere(path);
+    } catch (const std::runtime_error& error) {
+        throw UsageError(error.what());
     }
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 // Asks nothing that any profile could answer; handled behind all that came before it.
@@ -43,7 +43,7 @@ ProfileWord ProfileWord::parse(const std::string& text) {
     }
     const zem::TechType tech =
         OptionText{"PROFILE", text.substr(0, colon)}.oneOf(zem::kTechTypeNames);
-    const int index = OptionText{"PROFILE", text.substr(colon + 1)}.number(0, kLastIndex);
+    const int index = OptionText{"PROFILE", text.substr(colon + 1)}.number(0, kLastProfileId);
     return {text, ProfileId(tech, index)};
 }
 
@@ -71,7 +71,7 @@ ModemAccess& Session::modem() {
         } catch (const std::runtime_error& error) {
             throw UsageError(error.what());
         }
-        storeText = next->storeText();
+        storeText = next->storeText({});
     } else if (globals.factoryProfiles) {
         next->storeFactoryProfiles();
     }
@@ -89,9 +89,9 @@ zem::Manager& Session::library() {
         setLibraryLog(globals.log);
         manager.init(globals.subscription, true);
         started = true;
-        if (!access->waitForLibrary(manager)) {
-            throw Failure(kModemDown, "the modem does not answer");
-        }
+        waitForModem(kFirstAnswer);
+    } else if (silent) {
+        waitForModem(kNextAnswer);
     }
     return manager;
 }
@@ -137,20 +137,34 @@ zem::ProfileParams Session::read(const std::shared_ptr<zem::IProfileKey>& key) {
     return *std::move(params);
 }
 
+void Session::requireOwnModem() const {
+    if (!globals.modemFile.empty() || globals.subscription != 0 || !globals.factoryProfiles) {
+        throw UsageError("it has a modem of its own: no --modem, --subscription or --factory");
+    }
+}
+
 void Session::refuseDuringRefresh() const {
     if (refreshing) {
         throw Failure(kRefused, "refused: a refresh is under way; 'refresh complete' ends it");
     }
 }
 
-void Session::settle() {
-    if (!started) {
-        return;
-    }
-    zem::Manager& manager = zem::Manager::getInstance();
-    if (modem().isUp() && !modem().waitForLibrary(manager)) {
+void Session::waitForModem(std::chrono::milliseconds limit) {
+    silent = true;
+    if (!access->waitForLibrary(zem::Manager::getInstance(), limit)) {
         throw Failure(kModemDown, "the modem does not answer");
     }
+    silent = false;
+}
+
+void Session::settle() {
+    if (!started || silent) {
+        return;
+    }
+    if (modem().inProcess() && modem().isUp()) {
+        waitForModem(kFirstAnswer);
+    }
+    zem::Manager& manager = zem::Manager::getInstance();
     manager.filter(nothing());
     manager.filter(nothing());  // the first may overtake an event that came with it
 }
@@ -169,7 +183,8 @@ bool Session::reload() {
         throw UsageError(error.what());
     }
     fileText = now;
-    storeText = access->storeText();
+    transients.clear();
+    storeText = access->storeText({});
     settle();
     return true;
 }
@@ -178,21 +193,34 @@ void Session::save() {
     if (globals.modemFile.empty() || !access) {
         return;
     }
-    const std::string text = access->storeText();
+    // Those go with this session, whatever becomes of it.
+    for (const HeldKey& each : keys) {
+        if (each.transient) {
+            transients.insert(each.id);
+        }
+    }
+    const std::string text = access->storeText(transients);
     if (fileText && text == storeText) {
         return;
     }
-    if (contentsOf(globals.modemFile) != fileText) {
+    const auto now = contentsOf(globals.modemFile);
+    if (now && now != fileText) {
         throw Failure(kRefused, globals.modemFile +
                                     " was changed by somebody else meanwhile, and is not written");
     }
     try {
-        access->save(globals.modemFile);
+        ModemAccess::save(globals.modemFile, text);
     } catch (const std::runtime_error& error) {
         throw Failure(kRefused, std::string(error.what()) + "; the change is not saved");
     }
     storeText = text;
     fileText = text;
+}
+
+void Session::lockFile() {
+    if (!globals.modemFile.empty() && !lock) {
+        lock.emplace(globals.modemFile);
+    }
 }
 
 int Session::attempt(const std::function<int()>& what) const {
@@ -210,6 +238,7 @@ int Session::attempt(const std::function<int()>& what) const {
 int Session::run(const Step& step) {
     const unsigned failed = report.checksFailed();
     const int status = attempt([&] {
+        lockFile();
         if (reload()) {
             report.line(globals.modemFile + " was changed by somebody else and is read anew");
             if (watch) {
@@ -221,7 +250,9 @@ int Session::run(const Step& step) {
         return answer == kDone && report.checksFailed() != failed ? kRefused : answer;
     });
     // A step that has failed may have changed something first.
+    throwIfInterrupted();
     const int end = attempt([&] {
+        lockFile();
         settle();
         if (watch) {
             watch->look(cause);
@@ -230,6 +261,7 @@ int Session::run(const Step& step) {
         output.flush();
         return kDone;
     });
+    unlockFile();
     report.setChecksFailed(failed);  // a step that runs others goes by their statuses
     return status != kDone ? status : end;
 }
@@ -256,6 +288,11 @@ int Session::run(const ParsedCommand& command) {
 
 int Session::finish() {
     return run([](Session& session) {
+        if (session.refreshing) {
+            zem::Manager::getInstance().refresh(zem::COMPLETE);  // else no key would be counted
+            session.refreshing = false;
+            session.report.line("the refresh is completed: all keys expired");
+        }
         if (!session.keys.empty()) {
             session.report.step("Release the keys, one after the other");
             session.phone().releaseKeys(session.keys.names());

@@ -1,16 +1,19 @@
 // Session: one modem, one library and the keys held to its profiles, for the verbs to work on.
 //
-// Begins with a modem that has booted; the library starts when a verb needs it. One thread.
+// The modem boots and the library starts when a verb needs them. One thread.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include <zem/Manager.h>
 
 #include "CommandParser.h"
+#include "Files.h"
 #include "Globals.h"
 #include "KeyRing.h"
 #include "ModemAccess.h"
@@ -46,6 +49,8 @@ class Session {
     unsigned subscription() const { return static_cast<unsigned>(globals.subscription); }
     const std::string& logLevel() const { return globals.log; }
     const Globals& options() const { return globals; }
+    // For a step that waits for others: nobody else is kept from the modem's file any longer.
+    void unlockFile() { lock.reset(); }
     bool libraryStarted() const { return started; }
 
     // A key to what the word names: one that is held, or one to give back at once. Throws Failure
@@ -54,6 +59,8 @@ class Session {
     // What the library reads there. Throws Failure with kNoProfile.
     zem::ProfileParams read(const std::shared_ptr<zem::IProfileKey>& key);
 
+    // For a verb that boots a modem itself. Throws UsageError when another one is asked for.
+    void requireOwnModem() const;
     // Throws Failure with kRefused while the library would refuse.
     void refuseDuringRefresh() const;
 
@@ -86,10 +93,17 @@ class Session {
     // The status of what it does; what it throws is said.
     int attempt(const std::function<int()>& what) const;
 
+    // Throws Failure with kModemDown.
+    void waitForModem(std::chrono::milliseconds limit);
+    void lockFile();
+
     const Globals globals;
     std::unique_ptr<ModemAccess> access;
     std::unique_ptr<Phone> policies;
     bool started = false;
+    bool silent = false;                  // the modem has not answered the library
+    std::optional<FileLock> lock;         // while a step runs
+    std::set<ProfileId> transients;       // created for keys of this session
     std::string storeText;                // as saved last
     std::optional<std::string> fileText;  // what the file held then; empty: there was none
 };

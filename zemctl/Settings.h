@@ -48,7 +48,8 @@ void requireSettingsOf(zem::TechType tech, const zem::ProfileParams& params);
 // The limits of settings, in bytes where they are texts.
 inline constexpr size_t kLongestApnName = 150;     // what the library keeps
 inline constexpr size_t kLongestCredential = 127;  // what a modem stores
-inline constexpr int kLargestNumber = 65535;       // the modem's counters have 16 bits
+inline constexpr int kLastProfileId = 255;
+inline constexpr int kLargestNumber = 65535;  // the modem's counters have 16 bits
 
 // One text per setting in the table's order: equal for records that mean the same profile.
 std::vector<std::optional<std::string>> settingTexts(const zem::ProfileParams& params);

@@ -95,6 +95,7 @@ int runLine(Session& session, const std::string& line) {
 Step prepareShell(const Given& /*given*/) {
     return [](Session& session) {
         session.interactive = true;
+        session.unlockFile();
         session.modem();
         const Console& console = session.output.console;
         return console.inTerminal && console.errTerminal ? runTyped(session) : runPiped(session);

@@ -6,11 +6,14 @@
 
 #include <softmodem/SoftModem.h>
 
+#include "Interrupt.h"
 #include "ModemAccess.h"
 
 namespace zemctl {
 
 namespace {
+
+constexpr std::chrono::milliseconds kSlice(50);  // between two looks at Ctrl-C
 
 constexpr unsigned kProfileList = 0x002A;
 
@@ -117,9 +120,13 @@ bool ModemAccess::inProcess() const {
 
 bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::milliseconds limit) {
     {
+        const auto end = std::chrono::steady_clock::now() + limit;
         std::unique_lock lock(impl->mutex);
-        if (!impl->asked.wait_for(lock, limit, [this] { return impl->listAsked; })) {
-            return false;
+        while (!impl->asked.wait_for(lock, kSlice, [this] { return impl->listAsked; })) {
+            throwIfInterrupted();
+            if (std::chrono::steady_clock::now() >= end) {
+                return false;
+            }
         }
     }
     const bool idle = impl->modem.waitUntilIdle(limit);
@@ -133,12 +140,18 @@ bool ModemAccess::isUp() const {
     return impl->modem.isUp();
 }
 
-std::string ModemAccess::storeText() const {
-    return impl->modem.storeText();
+std::string ModemAccess::storeText(const std::set<std::pair<zem::TechType, int>>& without) const {
+    return impl->modem.storeText([&](const softmodem::Profile& profile, unsigned subscription) {
+        const auto persistent = profile.fields.find("persistent");
+        return subscription != impl->subscription ||
+               without.count({techType(profile.tech), static_cast<int>(profile.index)}) == 0 ||
+               (persistent != profile.fields.end() &&
+                persistent->second != softmodem::Value(uint64_t{0}));
+    });
 }
 
-void ModemAccess::save(const std::string& path) const {
-    impl->modem.save(path);
+void ModemAccess::save(const std::string& path, const std::string& text) {
+    softmodem::saveStore(path, text);
 }
 
 void ModemAccess::load(const std::string& path) {

@@ -96,6 +96,7 @@ int tellStory(const OperatorOptions& source, const CarrierList& list, Session& s
 Step prepareStory(const Given& given) {
     const OperatorOptions source = operatorOf(given);
     return [source, list = readOperator(source)](Session& session) {
+        session.requireOwnModem();
         return tellStory(source, list, session);
     };
 }

@@ -32,9 +32,16 @@ bool isWide(uint32_t codePoint) {
 std::string printable(std::string_view text) {
     static const char kDigits[] = "0123456789abcdef";
     std::string result;
+    unsigned char before = 0;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F) {
+        const bool upperControl = before == 0xC2 && byte >= 0x80 && byte < 0xA0;  // U+0080 on
+        before = byte;
+        if (upperControl) {
+            result.pop_back();
+            result += "\\xc2";
+        }
+        if (byte < 0x20 || byte == 0x7F || upperControl) {
             result += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 0xF]};
         } else {
             result += c;

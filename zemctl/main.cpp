@@ -71,9 +71,21 @@ bool wantsColours() {
            std::string(terminal) != "dumb";
 }
 
+// What is opened later must not take the place of a standard stream that is closed. Nothing can be
+// written to this one, and nothing read.
+void fillClosedStreams() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) < 0 &&
+            open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) {
+            return;
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    fillClosedStreams();
     zemctl::watchForInterrupts();
     const bool colours = wantsColours();
     OwnOutput buffer;

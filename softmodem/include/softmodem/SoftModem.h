@@ -192,7 +192,9 @@ class SOFTMODEM_API SoftModem {
     // std::runtime_error; load()'s message begins "FILE:LINE: " where a line is at fault, and a
     // file that is refused changes nothing. A loaded store is announced by ProfileReady.
     void save(const std::string& path) const;
-    std::string storeText() const;  // what save() writes
+    // What save() writes, of those profiles that are wanted; empty: of all.
+    std::string storeText(
+        const std::function<bool(const Profile&, unsigned subscription)>& wanted = {}) const;
     void load(const std::string& path);
 
   private:
@@ -201,6 +203,10 @@ class SOFTMODEM_API SoftModem {
 
     ModemState& state;
 };
+
+// Replaces the file atomically; throws std::runtime_error. A new file is its owner's alone, as
+// passwords stand in it.
+SOFTMODEM_API void saveStore(const std::string& path, const std::string& text);
 
 // The request field by field, "name=value" each; only fields that are marked valid.
 SOFTMODEM_API std::vector<std::string> describe(const Request& request);
