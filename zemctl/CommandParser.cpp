@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Help.h"
+#include "Session.h"
 #include "Text.h"
 #include "Values.h"
 
@@ -164,6 +165,11 @@ class Parser {
             return;
         } catch (const CLI::ExtrasError&) {
             refuse(unexpected(segment, app.remaining()));
+        } catch (const CLI::ArgumentMismatch& error) {
+            const std::string_view text = error.what();
+            const std::string name(text.substr(0, text.find(':')));
+            const bool many = text.find("At Most") != std::string_view::npos;
+            refuse(name + (many ? " is given more than once" : " takes a value"));
         } catch (const CLI::ParseError& error) {
             refuse((segment.verb ? segment.verb->name + ": " : "") + error.what());
         }
@@ -176,6 +182,13 @@ class Parser {
             }
         }
         takeGlobals(globals, parsed.globals);
+        if (globals.has("--version")) {
+            help = [](Session& session) {
+                session.output.page() << "zemctl " ZEM_VERSION "\n";
+                return static_cast<int>(kDone);
+            };
+            return;
+        }
         if (segment.verb) {
             parsed.steps.push_back(segment.verb->prepare(takeGiven(app, own)));
         }

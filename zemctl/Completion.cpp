@@ -207,7 +207,8 @@ class Line {
         }
         if (!verb) {
             offer(nextWords(names, {}), word);
-        } else if (verb->where != Where::kCommandLine) {
+        } else if (verb->where != Where::kCommandLine &&
+                   (!word.empty() || verb->arguments.empty())) {
             Words others;
             for (const std::string& name : names) {
                 if (findVerb(name)->where != Where::kCommandLine) {  // they stand alone
@@ -388,7 +389,7 @@ Step prepareComplete(const Given& given) {
             words.pop_back();
         }
         const Completions found = complete(words, word, nullptr, profilesAtStart(words));
-        std::ostream& out = session.output.text();
+        std::ostream& out = session.output.page();
         out << (found.files ? ":files\n" : "") << (found.open ? ":open\n" : "");
         for (const std::string& each : found.words) {
             out << each << '\n';
@@ -408,7 +409,7 @@ Step prepareCompletion(const Given& given) {
     const bool zsh = OptionText{"completion", given.text("SHELL")}.placeIn(shells) == 1;
     return [zsh](Session& session) {
         const char* const script = zsh ? kZsh : kBash;
-        session.output.text() << script;
+        session.output.page() << script;
         session.output.object({{"script", script}});
         return kDone;
     };

@@ -23,13 +23,17 @@ bool ModemAccess::inProcess() const {
 
 // A device's modem always holds profiles of its own, so the first one seen tells that they are
 // read.
-bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::milliseconds limit) {
+bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::milliseconds limit,
+                                 const std::function<void()>& passing) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (manager.filter({}).empty()) {
         if (std::chrono::steady_clock::now() >= end) {
             return false;
         }
         sleepUnlessInterrupted(kBetweenTries);
+        if (passing) {
+            passing();
+        }
         throwIfInterrupted();
     }
     return true;
@@ -58,7 +62,11 @@ void ModemAccess::boot() {}
 
 void ModemAccess::restart() {}
 
+void ModemAccess::setLatency(std::chrono::milliseconds /*latency*/) {}
+
 void ModemAccess::hurry() {}
+
+void ModemAccess::calmDown() {}
 
 bool ModemAccess::storeFactoryProfiles() {
     return false;

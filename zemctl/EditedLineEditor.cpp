@@ -180,7 +180,11 @@ struct LineEditor::Impl {
     }
 
     ~Impl() {
-        historyFile.append(fresh);
+        try {
+            historyFile.append(fresh);
+        } catch (const std::exception&) {
+            return;  // it is a convenience
+        }
         el_end(edit);
         history_end(history);
     }
@@ -300,8 +304,9 @@ struct LineEditor::Impl {
         }
         HistEvent event;
         ::history(history, &event, H_ENTER, line.c_str());
-        const bool secret = lowerCase(line).find("password") != std::string::npos;
-        if (!secret && (fresh.empty() || fresh.back() != line)) {
+        const bool secret = lowerCase(line).find("pass") != std::string::npos;
+        lastKept = !secret && (fresh.empty() || fresh.back() != line);
+        if (lastKept) {
             fresh.push_back(line);
         }
     }
@@ -313,6 +318,7 @@ struct LineEditor::Impl {
     History* history = nullptr;
     std::string prompt;
     bool lineEmpty = true;
+    bool lastKept = false;
     std::vector<std::string> fresh;  // lines of this session, but those with a password
 };
 
@@ -345,6 +351,13 @@ std::optional<std::string> LineEditor::read(const std::string& prompt) {
             return std::nullopt;
         }
         clearInterrupt();
+    }
+}
+
+void LineEditor::forgetLast() {
+    if (impl->lastKept) {
+        impl->fresh.pop_back();
+        impl->lastKept = false;
     }
 }
 

@@ -11,6 +11,7 @@
 #include <memory>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "Interrupt.h"
 #include "Text.h"
@@ -20,6 +21,33 @@ namespace zemctl {
 namespace {
 
 constexpr size_t kLargestFile = size_t{64} << 20;
+
+// An open file or folder that nobody else has locked; none when it cannot be opened.
+class LockedDescriptor {
+  public:
+    LockedDescriptor(const std::string& path, int flags)
+        : fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | flags)) {
+        while (fd >= 0 && flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+            if (interruptSignal() != 0) {
+                close(fd);
+                throw Interrupted();
+            }
+        }
+    }
+    ~LockedDescriptor() {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+    LockedDescriptor(const LockedDescriptor&) = delete;
+    LockedDescriptor& operator=(const LockedDescriptor&) = delete;
+
+    int get() const { return fd; }
+    int release() { return std::exchange(fd, -1); }
+
+  private:
+    int fd;
+};
 
 }  // namespace
 
@@ -53,6 +81,9 @@ std::optional<std::string> readFileIfThere(const std::string& path) {
     if (!std::filesystem::exists(path, error) && !error) {
         return std::nullopt;
     }
+    if (!std::filesystem::is_regular_file(path, error)) {
+        throw std::runtime_error(printable(path) + ": not a regular file");
+    }
     return readFile(path);
 }
 
@@ -61,26 +92,22 @@ FileLock::FileLock(const std::string& path) {
     if (folder.empty()) {
         folder = ".";
     }
+    // The folder's is held where there is no file yet, and until the file's is had.
+    LockedDescriptor ofFolder(folder, O_DIRECTORY);
     for (;;) {
-        fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        const bool isFile = fd >= 0;
-        if (!isFile) {
-            fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        }
-        while (fd >= 0 && flock(fd, LOCK_EX) != 0 && errno == EINTR) {
-            if (interruptSignal() != 0) {
-                close(fd);
-                throw Interrupted();
-            }
-        }
+        LockedDescriptor ofFile(path, O_NONBLOCK);
         // Whoever had it before may have put another file in its place.
         struct stat locked = {};
         struct stat there = {};
-        if (!isFile || fstat(fd, &locked) != 0 || stat(path.c_str(), &there) != 0 ||
-            (locked.st_ino == there.st_ino && locked.st_dev == there.st_dev)) {
+        if (ofFile.get() < 0 || fstat(ofFile.get(), &locked) != 0 ||
+            stat(path.c_str(), &there) != 0) {
+            fd = ofFolder.release();
             return;
         }
-        close(fd);
+        if (locked.st_ino == there.st_ino && locked.st_dev == there.st_dev) {
+            fd = ofFile.release();
+            return;
+        }
     }
 }
 

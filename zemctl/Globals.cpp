@@ -28,6 +28,7 @@ const Arguments& globalArguments() {
         {"--json", "", "One JSON object a line on standard output, and nothing else there",
          Arity::kSwitch},
         {"--show-secrets", "", "Show passwords, which are masked otherwise", Arity::kSwitch},
+        {"--version", "", "Say which version this is, and nothing else", Arity::kSwitch},
         {"--log", "LEVEL", "The library's own lines on standard error, from this level on",
          Arity::kOptional, [](const Typing&) { return libraryLogLevels(); }},
     };
@@ -36,7 +37,7 @@ const Arguments& globalArguments() {
 
 const std::vector<std::string>& startOptions() {
     static const std::vector<std::string> names = {"--modem", "--factory", "--subscription",
-                                                   "--log"};
+                                                   "--log", "--version"};
     return names;
 }
 

@@ -29,7 +29,7 @@ void printArguments(std::ostream& out, const Arguments& arguments) {
 void printOverview(Session& session) {
     const Output& output = session.output;
     const bool inSession = session.interactive;
-    std::ostream& out = output.text();
+    std::ostream& out = output.page();
     if (!inSession) {
         out << "usage: zemctl [OPTIONS] VERB [ARGUMENTS] [VERB [ARGUMENTS]]...\n\n"
                "The data profiles of a modem, through the zem library.\n";
@@ -67,7 +67,7 @@ void printOverview(Session& session) {
 void printVerb(Session& session, const Verb& verb) {
     const Output& output = session.output;
     const std::string start = session.interactive ? "" : "zemctl ";
-    std::ostream& out = output.text();
+    std::ostream& out = output.page();
     out << "usage: " << start << usageOf(verb) << "\n\n" << verb.summary << ".\n";
     if (!verb.details.empty()) {
         out << verb.details << '\n';
@@ -113,7 +113,7 @@ Step helpStep(const std::string& verbName) {
         for (const VerbGroup& verbs : verbGroups()) {
             for (const Verb& candidate : verbs.verbs) {
                 if (!verbName.empty() && candidate.name.rfind(verbName + ' ', 0) == 0) {
-                    session.output.text()
+                    session.output.page()
                         << usageOf(candidate) << "\n    " << candidate.summary << '\n';
                     group = true;
                 }

@@ -30,6 +30,9 @@ class LineEditor {
     // Interrupted, as every other signal to end does.
     std::optional<std::string> read(const std::string& prompt);
 
+    // The last line is not to be kept in the file: it may be a password that went astray.
+    void forgetLast();
+
   private:
     struct Impl;
     std::unique_ptr<Impl> impl;

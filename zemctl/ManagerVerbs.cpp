@@ -254,7 +254,8 @@ Step prepareMatch(const Given& given) {
 Step prepareRefresh(const Given& given) {
     const auto status = OptionText{"refresh", given.text("STATUS")}.oneOf(kRefreshNames);
     return [status](Session& session) {
-        session.library().refresh(status);
+        zem::Manager& manager = session.library();
+        session.output.whileShowing("refreshing", [&] { manager.refresh(status); });
         session.refreshing = status == zem::START;
         session.cause = Cause::kRefresh;
         session.report.line(session.refreshing
@@ -297,7 +298,7 @@ Step prepareWatch(const Given& given) {
                std::chrono::steady_clock::now() < end) {
             if (!sleepUnlessInterrupted(kBetweenLooks)) {
                 if (session.interactive) {  // the session goes on
-                    clearInterrupt();
+                    session.goOn();
                     console.err << (console.errTerminal ? "\n" : "");  // behind the ^C
                 }
                 break;
@@ -369,6 +370,7 @@ Step prepareRelease(const Given& given) {
                 throw Failure(kNoProfile, "no key '" + name + "' is held" + suggestion(name, held));
             }
         }
+        session.library();  // up, or nothing can be released
         session.refuseDuringRefresh();
         std::sort(wanted.begin(), wanted.end());
         wanted.erase(std::unique(wanted.begin(), wanted.end()), wanted.end());

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <set>
 #include <string>
@@ -34,10 +35,11 @@ class ModemAccess {
     bool inProcess() const;
 
     // Waits until the library has registered and read the modem's profiles, since the start or the
-    // last restart. False when the limit passes first; throws Interrupted when the user wants an
-    // end.
+    // last restart; calls passing from time to time. False when the limit passes first; throws
+    // Interrupted when the user wants an end.
     bool waitForLibrary(zem::Manager& manager,
-                        std::chrono::milliseconds limit = std::chrono::seconds(10));
+                        std::chrono::milliseconds limit = std::chrono::seconds(10),
+                        const std::function<void()>& passing = {});
 
     bool isUp() const;
     std::vector<StoredProfile> profiles() const;
@@ -51,8 +53,12 @@ class ModemAccess {
     static void save(const std::string& path, const std::string& text);
     void load(const std::string& path);
 
-    // From now on the modem answers at once, and a request that it would not answer fails.
+    // How long each request takes.
+    void setLatency(std::chrono::milliseconds latency);
+    // From now on the modem answers at once, and a request that it would not answer fails. So it
+    // does by itself once the user wants an end, until calmDown().
     void hurry();
+    void calmDown();
 
     // Puts the factory profiles into the modem, as it comes from its maker. False when a place is
     // taken.

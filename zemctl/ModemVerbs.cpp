@@ -90,7 +90,11 @@ softmodem::Fields fieldsOf(const Given& given, Tech tech) {
         try {
             fields[name] = softmodem::parseValue(tech, name, text);
         } catch (const std::invalid_argument& error) {
-            throw UsageError(error.what() + suggestion(text, softmodem::valueNames(name)));
+            const auto values = softmodem::valueNames(name);
+            throw UsageError(
+                error.what() +
+                (values.empty() ? "" : "; it takes a number, or " + join(values, ", ")) +
+                suggestion(text, values));
         }
     }
     return fields;
@@ -207,6 +211,9 @@ Step prepareSubscription(const Given& given) {
         return static_cast<unsigned>(
             OptionText{name, given.text(name)}.number(0, kLastSubscription));
     };
+    if (number("ONE") == number("OTHER")) {
+        throw UsageError("modem subscription takes two that differ");
+    }
     return [one = number("ONE"), other = number("OTHER")](Session& session) {
         session.cause = Cause::kSubscription;
         modemOf(session).swapSubscriptions(one, other);
@@ -306,7 +313,7 @@ Step prepareHeal(const Given& /*given*/) {
         SoftModem& modem = modemOf(session);
         modem.clearFaults();
         modem.releaseIndications();
-        modem.setLatency({});
+        session.modem().setLatency({});
         session.cause = Cause::kNetwork;
         session.report.line("no fault is left");
         return kDone;
@@ -317,7 +324,7 @@ Step prepareLatency(const Given& given) {
     const int milliseconds =
         OptionText{"MILLISECONDS", given.text("MILLISECONDS")}.number(0, kLongestLatency);
     return [milliseconds](Session& session) {
-        modemOf(session).setLatency(std::chrono::milliseconds(milliseconds));
+        session.modem().setLatency(std::chrono::milliseconds(milliseconds));
         session.report.line("each request takes " + std::to_string(milliseconds) + " ms");
         return kDone;
     };
@@ -405,6 +412,9 @@ Argument fields(Arity arity) {
 VerbGroup modemVerbs() {
     const auto faultNames = [](const Typing&) { return namesOf(kFaultNames); };
     const auto messages = [](const Typing&) { return messageWords(); };
+    const std::string fieldsText =
+        "3GPP profiles have " + join(softmodem::fieldNames(Tech::k3gpp), ", ") +
+        ";\n3GPP2 profiles have " + join(softmodem::fieldNames(Tech::k3gpp2), ", ") + '.';
     Argument place = storedProfile();
     place.name = "PLACE";
     place.help = "A family, or with an index the very place: 3gpp, 3gpp:7, 3gpp2";
@@ -430,7 +440,7 @@ VerbGroup modemVerbs() {
              prepareBoot},
             {"modem down",
              "Let the modem go down",
-             "",
+             "It is down for the rest of the line, the shell or the script, or until 'modem boot'.",
              "modem down",
              {},
              Where::kAnywhere,
@@ -452,14 +462,14 @@ VerbGroup modemVerbs() {
              prepareSubscription},
             {"modem create",
              "Create a profile, as the network does",
-             "",
+             fieldsText,
              "modem create 3gpp apn_name=office pdp_type=ipv4v6 persistent=1",
              {place, fields(Arity::kAny)},
              Where::kAnywhere,
              prepareCreate},
             {"modem modify",
              "Change fields of a profile, as the network does",
-             "",
+             fieldsText,
              "modem modify 3gpp:1 apn_name=web",
              {storedProfile(), fields(Arity::kMany)},
              Where::kAnywhere,
@@ -473,7 +483,9 @@ VerbGroup modemVerbs() {
              prepareDelete},
             {"modem fail",
              "Let the modem fail requests, or the indications that follow them",
-             "Faults last as long as the session, until they are used up or healed.",
+             "Faults last for the rest of the line, the shell or the script, until they are used "
+             "up or "
+             "healed. A list of more than 255 profiles ends the process, as it does on a phone.",
              "modem fail create-profile refuse --count 2",
              {{"MESSAGE", "", "The request, or any, or indication for those without a request",
                Arity::kRequired, messages},
@@ -493,14 +505,14 @@ VerbGroup modemVerbs() {
              prepareHeal},
             {"modem latency",
              "Let each request take a while",
-             "",
+             "For the rest of the line, the shell or the script.",
              "modem latency 20",
              {{"MILLISECONDS", "", "0 to 60000", Arity::kRequired}},
              Where::kAnywhere,
              prepareLatency},
             {"modem log",
              "Show the requests that the modem got, field by field",
-             "",
+             "Of this line, shell or script.",
              "modem log --clear",
              {{"--clear", "", "Forget them afterwards", Arity::kSwitch}},
              Where::kAnywhere,

@@ -1,6 +1,7 @@
 #include "Output.h"
 
 #include <chrono>
+#include <future>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -24,21 +25,34 @@ int64_t now() {
 }  // namespace
 
 std::ostream& Output::text() const {
+    std::ostream& out = page();
+    return json ? nowhere : out;
+}
+
+std::ostream& Output::page() const {
     throwIfInterrupted();
     if (!console.out) {
         throw Interrupted();  // nobody reads
     }
-    if (captured) {
-        return json ? nowhere : *captured;
+    return captured ? *captured : console.out;
+}
+
+void Output::whileShowing(const std::string& doing, const std::function<void()>& work) const {
+    if (!console.errTerminal) {
+        work();
+        return;
     }
-    return json ? console.err : console.out;
+    Progress progress(*this, doing, 0);
+    std::future<void> done = std::async(std::launch::async, work);
+    while (done.wait_for(std::chrono::milliseconds(kRefresh)) != std::future_status::ready) {
+        progress.show();
+    }
+    done.get();
 }
 
 void Output::object(const Json& object) const {
-    throwIfInterrupted();
     if (json) {
-        (captured ? *captured : console.out)
-            << object.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+        page() << object.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
     }
 }
 
@@ -69,10 +83,19 @@ Progress::~Progress() {
 void Progress::step() {
     throwIfInterrupted();
     ++done;
+    show();
+}
+
+void Progress::show() {
     if (const int64_t time = now();
         output.console.errTerminal && time - begin > kGlance && time - shown > kRefresh) {
         shown = time;
-        output.console.err << "\r\x1b[K" << doing << ' ' << done << " of " << steps << std::flush;
+        output.console.err << "\r\x1b[K" << doing;
+        if (steps != 0) {
+            output.console.err << ' ' << done << " of " << steps << std::flush;
+        } else {
+            output.console.err << ", " << (time - begin) / 1000 << " s" << std::flush;
+        }
     }
 }
 

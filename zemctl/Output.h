@@ -1,6 +1,6 @@
 // Output: where a verb's answers go: texts for people, objects for programs.
 //
-// With objects asked for, standard output carries nothing else, and texts go to standard error.
+// With objects asked for, standard output carries nothing else, and texts are not printed.
 // One thread.
 #pragma once
 
@@ -39,12 +39,17 @@ class Output {
 
     // For people. Throws Interrupted when the user wants an end.
     std::ostream& text() const;
+    // A text that was asked for as such, objects or not; throws the same.
+    std::ostream& page() const;
     // For programs, one line each; nothing unless objects are asked for.
     void object(const Json& object) const;
     // Lets a reader see what was said so far.
     void flush() const { text().flush(); }
     // One line about what went wrong.
     void complain(const std::string& what) const;
+
+    // Does the work, and says on a terminal how long it takes already.
+    void whileShowing(const std::string& doing, const std::function<void()>& work) const;
 
     // Takes all answers and complaints until it is called with null. With objects asked for, texts
     // are no answers.
@@ -64,8 +69,9 @@ class Output {
     mutable std::ostream nowhere{nullptr};
 };
 
-// "reading 12 of 255", on one line of a terminal, wiped when it is done; elsewhere nothing. Appears
-// when the work takes longer than a glance.
+// "reading 12 of 255", or "reading, 3 s" when the number of steps is not known and 0; on one line
+// of a terminal, wiped when it is done; elsewhere nothing. Appears when the work takes longer than
+// a glance.
 class Progress {
   public:
     Progress(const Output& output, std::string doing, size_t steps);
@@ -75,6 +81,8 @@ class Progress {
 
     // One more is done. Throws Interrupted when the user wants an end.
     void step();
+    // Time has passed.
+    void show();
 
   private:
     const Output& output;

@@ -160,8 +160,11 @@ void Phone::update(const CarrierList& list, bool also3gpp2) {
     for (const CarrierEntry& entry : list.usable) {
         entries.push_back(entry.params);
     }
-    util.updateModemProfileByApnClass(entries, also3gpp2 ? entries : std::list<ProfileParams>());
-    util.updateAPNTypeBitmaskOnModemProfile(entries);
+    report.where().whileShowing("applying", [&] {
+        util.updateModemProfileByApnClass(entries,
+                                          also3gpp2 ? entries : std::list<ProfileParams>());
+        util.updateAPNTypeBitmaskOnModemProfile(entries);
+    });
 }
 
 void Phone::applyApns(const OperatorOptions& source, const CarrierList& list, bool also3gpp2) {

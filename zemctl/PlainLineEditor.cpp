@@ -27,4 +27,6 @@ std::optional<std::string> LineEditor::read(const std::string& prompt) {
     return read ? std::optional(line) : std::nullopt;
 }
 
+void LineEditor::forgetLast() {}
+
 }  // namespace zemctl

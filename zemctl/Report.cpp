@@ -81,6 +81,10 @@ bool Report::check(bool ok, const std::string& statement, const std::vector<std:
     line((ok ? output.green("ok") + "     " : output.red("WRONG") + "  ") + statement);
     if (!ok) {
         ++failures;
+        if (output.isJson()) {
+            output.complain("wrong: " + statement +
+                            (details.empty() ? "" : ": " + join(details, "; ")));
+        }
         for (const std::string& detail : details) {
             line("       " + detail);
         }

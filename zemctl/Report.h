@@ -42,6 +42,8 @@ class Report {
     // States what was to be so, and counts it when it is not; details are printed then only.
     bool check(bool ok, const std::string& statement, const std::vector<std::string>& details = {});
 
+    const Output& where() const { return output; }
+
     // States how many checks were made, and how many of them failed.
     void countChecks();
     unsigned checksFailed() const { return failures; }

@@ -15,7 +15,7 @@ namespace zemctl {
 
 namespace {
 
-constexpr std::chrono::milliseconds kFirstAnswer(10000);
+constexpr std::chrono::milliseconds kFirstAnswer(5000);
 constexpr std::chrono::milliseconds kNextAnswer(500);  // of a modem that gave none before
 
 // Empty when there is no file yet; one that cannot be read is not to be written over.
@@ -76,7 +76,12 @@ ModemAccess& Session::modem() {
         next->storeFactoryProfiles();
     }
     access = std::move(next);
-    save();  // says at once when the file cannot be written
+    try {
+        save();  // says at once when the file cannot be written
+    } catch (...) {
+        access.reset();
+        throw;
+    }
     return *access;
 }
 
@@ -151,7 +156,8 @@ void Session::refuseDuringRefresh() const {
 
 void Session::waitForModem(std::chrono::milliseconds limit) {
     silent = true;
-    if (!access->waitForLibrary(zem::Manager::getInstance(), limit)) {
+    Progress progress(output, "waiting for the modem", 0);
+    if (!access->waitForLibrary(zem::Manager::getInstance(), limit, [&] { progress.show(); })) {
         throw Failure(kModemDown, "the modem does not answer");
     }
     silent = false;
@@ -211,7 +217,7 @@ void Session::save() {
     try {
         ModemAccess::save(globals.modemFile, text);
     } catch (const std::runtime_error& error) {
-        throw Failure(kRefused, std::string(error.what()) + "; the change is not saved");
+        throw Failure(kRefused, std::string(error.what()) + "; nothing is saved");
     }
     storeText = text;
     fileText = text;
@@ -299,6 +305,13 @@ int Session::finish() {
         }
         return static_cast<int>(kDone);
     });
+}
+
+void Session::goOn() {
+    clearInterrupt();
+    if (access) {
+        access->calmDown();
+    }
 }
 
 void Session::abandon() {

@@ -75,8 +75,8 @@ std::optional<unsigned int> apnTypeFromName(std::string_view name) {
 }
 
 const std::vector<Setting> kSettings = {
-    {"ApnName", "--apn", "NAME", "up to 150 characters", "not set", "Access point name", false,
-     false, apnNameText,
+    {"ApnName", "--apn", "NAME", "up to 150 bytes", "not set", "Access point name", false, false,
+     apnNameText,
      [](ProfileParams& p, const OptionText& t) { p.setApnName(t.upTo(kLongestApnName)); }, nullptr},
     {"UserName", "--user", "NAME", "up to 127 bytes", "not set", "User name", false, false,
      [](const ProfileParams& p) { return textOf(p.hasUserName(), p.getUserName()); },

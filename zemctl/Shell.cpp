@@ -45,12 +45,14 @@ int runTyped(Session& session) {
             break;
         }
         try {
-            runLine(session, *line);
+            if (runLine(session, *line) == kUsage) {
+                editor.forgetLast();
+            }
         } catch (const Interrupted&) {
             if (interruptSignal() != SIGINT) {
                 throw;
             }
-            clearInterrupt();
+            session.goOn();
             console.out.flush();
             console.err << "\ninterrupted" << std::endl;  // the terminal has shown ^C
             settled(session);

@@ -95,6 +95,7 @@ struct ModemAccess::Impl {
     std::mutex mutex;
     std::condition_variable asked;
     unsigned subscription = 0;
+    std::chrono::milliseconds latency{0};
     bool listAsked = false;  // since the start or the last restart
 };
 
@@ -102,6 +103,10 @@ struct ModemAccess::Impl {
 ModemAccess::ModemAccess(int subscription) : impl(std::make_shared<Impl>()) {
     impl->subscription = static_cast<unsigned>(subscription);
     impl->modem.setRequestHook([state = impl](const softmodem::Request& request) {
+        if (interruptSignal() != 0) {
+            state->modem.setLatency({});
+            state->modem.setHurry(true);
+        }
         if (request.messageId == kProfileList) {
             const std::lock_guard lock(state->mutex);
             state->listAsked = true;
@@ -118,12 +123,16 @@ bool ModemAccess::inProcess() const {
     return true;
 }
 
-bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::milliseconds limit) {
+bool ModemAccess::waitForLibrary(zem::Manager& manager, std::chrono::milliseconds limit,
+                                 const std::function<void()>& passing) {
     {
         const auto end = std::chrono::steady_clock::now() + limit;
         std::unique_lock lock(impl->mutex);
         while (!impl->asked.wait_for(lock, kSlice, [this] { return impl->listAsked; })) {
             throwIfInterrupted();
+            if (passing) {
+                passing();
+            }
             if (std::chrono::steady_clock::now() >= end) {
                 return false;
             }
@@ -178,6 +187,16 @@ void ModemAccess::restart() {
     impl->modem.waitUntilIdle();
     impl->modem.goDown();
     boot();
+}
+
+void ModemAccess::setLatency(std::chrono::milliseconds latency) {
+    impl->latency = latency;
+    impl->modem.setLatency(latency);
+}
+
+void ModemAccess::calmDown() {
+    impl->modem.setLatency(impl->latency);
+    impl->modem.setHurry(false);
 }
 
 void ModemAccess::hurry() {

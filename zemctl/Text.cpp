@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
-#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -25,6 +24,26 @@ bool isWide(uint32_t codePoint) {
            (codePoint >= 0xAC00 && codePoint <= 0xD7A3) ||
            (codePoint >= 0xF900 && codePoint <= 0xFAFF) ||
            (codePoint >= 0xFF00 && codePoint <= 0xFF60);
+}
+
+// Letters put in, left out, replaced, or two that have changed places.
+size_t editsBetween(std::string_view one, std::string_view other) {
+    std::vector<std::vector<size_t>> edits(one.size() + 1, std::vector<size_t>(other.size() + 1));
+    for (size_t i = 0; i <= one.size(); ++i) {
+        for (size_t j = 0; j <= other.size(); ++j) {
+            if (i == 0 || j == 0) {
+                edits[i][j] = i + j;
+                continue;
+            }
+            const bool same = one[i - 1] == other[j - 1];
+            edits[i][j] = std::min(
+                {edits[i - 1][j] + 1, edits[i][j - 1] + 1, edits[i - 1][j - 1] + (same ? 0 : 1)});
+            if (i > 1 && j > 1 && one[i - 1] == other[j - 2] && one[i - 2] == other[j - 1]) {
+                edits[i][j] = std::min(edits[i][j], edits[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return edits[one.size()][other.size()];
 }
 
 }  // namespace
@@ -121,23 +140,22 @@ std::string counted(size_t number, std::string_view one, std::string_view many) 
 }
 
 std::string nearest(std::string_view typed, const std::vector<std::string>& candidates) {
+    constexpr size_t kLongestTyped = 64;   // a longer word is no slip of the finger
+    constexpr size_t kShortestStart = 3;   // of a name that was not typed to its end
+    constexpr size_t kLettersToASlip = 4;  // one more edit for so many
+    if (typed.size() > kLongestTyped) {
+        return "";
+    }
     std::string best;
     size_t fewest = SIZE_MAX;
     for (const std::string& candidate : candidates) {
-        // distances[j]: edits from what was looked at of typed to the first j of the candidate
-        std::vector<size_t> distances(candidate.size() + 1);
-        std::iota(distances.begin(), distances.end(), size_t{0});
-        for (size_t i = 0; i < typed.size(); ++i) {
-            size_t diagonal = std::exchange(distances[0], i + 1);
-            for (size_t j = 0; j < candidate.size(); ++j) {
-                const size_t replaced = diagonal + (typed[i] == candidate[j] ? 0 : 1);
-                diagonal = distances[j + 1];
-                distances[j + 1] = std::min({replaced, diagonal + 1, distances[j] + 1});
-            }
-        }
-        const size_t distance = distances.back();
-        if (distance < fewest && 3 * distance <= 2 * std::max(typed.size(), candidate.size())) {
-            fewest = distance;
+        const bool begun = typed.size() >= kShortestStart && typed.size() < candidate.size() &&
+                           candidate.compare(0, typed.size(), typed) == 0;
+        const size_t edits = begun ? 1 : editsBetween(typed, candidate);
+        const size_t most = 1 + std::max(typed.size(), candidate.size()) / kLettersToASlip;
+        if (edits > 0 && edits < fewest && edits <= most &&
+            edits < std::max(typed.size(), candidate.size())) {
+            fewest = edits;
             best = candidate;
         }
     }

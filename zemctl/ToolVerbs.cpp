@@ -52,7 +52,7 @@ Step prepareHelp(const Given& given) {
 
 Step prepareMan(const Given& /*given*/) {
     return [](Session& session) {
-        session.output.text() << manPage();
+        session.output.page() << manPage();
         return kDone;
     };
 }
