@@ -22,7 +22,7 @@ void printArguments(std::ostream& out, const Arguments& arguments) {
     }
     for (const Argument& argument : arguments) {
         out << "  " << std::left << std::setw(static_cast<int>(width)) << label(argument) << "  "
-            << argument.help << '\n';
+            << wrapped(argument.help, width + 4) << '\n';
     }
 }
 
@@ -70,7 +70,7 @@ void printVerb(Session& session, const Verb& verb) {
     std::ostream& out = output.page();
     out << "usage: " << start << usageOf(verb) << "\n\n" << verb.summary << ".\n";
     if (!verb.details.empty()) {
-        out << verb.details << '\n';
+        out << wrapped(verb.details, 0) << '\n';
     }
     if (!verb.arguments.empty()) {
         out << '\n';

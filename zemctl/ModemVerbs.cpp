@@ -414,7 +414,7 @@ VerbGroup modemVerbs() {
     const auto messages = [](const Typing&) { return messageWords(); };
     const std::string fieldsText =
         "3GPP profiles have " + join(softmodem::fieldNames(Tech::k3gpp), ", ") +
-        ";\n3GPP2 profiles have " + join(softmodem::fieldNames(Tech::k3gpp2), ", ") + '.';
+        "; 3GPP2 profiles have " + join(softmodem::fieldNames(Tech::k3gpp2), ", ") + '.';
     Argument place = storedProfile();
     place.name = "PLACE";
     place.help = "A family, or with an index the very place: 3gpp, 3gpp:7, 3gpp2";

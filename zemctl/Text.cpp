@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -120,6 +121,26 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
             result += separator;
         }
         result += part;
+    }
+    return result;
+}
+
+std::string wrapped(std::string_view text, size_t indent) {
+    constexpr size_t kWidth = 100;
+    std::string result;
+    size_t used = indent;
+    std::istringstream words{std::string(text)};
+    for (std::string word; words >> word;) {
+        if (result.empty()) {
+            used += columns(word);
+        } else if (used + 1 + columns(word) > kWidth) {
+            result += '\n' + std::string(indent, ' ');
+            used = indent + columns(word);
+        } else {
+            result += ' ';
+            used += 1 + columns(word);
+        }
+        result += word;
     }
     return result;
 }

@@ -24,6 +24,9 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 // "a, b, c"
 std::string join(const std::vector<std::string>& parts, std::string_view separator);
 
+// The words in lines of up to 100 columns; all but the first line begin with so many blanks.
+std::string wrapped(std::string_view text, size_t indent);
+
 // "17:04:09.250", as it is now and here
 std::string timeOfDay();
 

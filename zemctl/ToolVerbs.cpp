@@ -66,11 +66,11 @@ VerbGroup toolVerbs() {
             {"run",
              "Play a script: commands in a file, with what each has to answer",
              "Lines are commands as in the shell, in one session, so keys are held from line to "
-             "line;\n'#' begins a comment. 'help expect' says how answers are checked. Stops at "
+             "line; '#' begins a comment. 'help expect' says how answers are checked. Stops at "
              "the "
-             "first\ndifference, with the file's name and the line; what is still held then goes. "
-             "--record\nplays to the end and prints the script with the answers that it got; a "
-             "lone 'expect'\nbelow a command is enough to have all of its answer recorded.",
+             "first difference, with the file's name and the line; what is still held then goes. "
+             "--record plays to the end and prints the script with the answers that it got; a "
+             "lone 'expect' below a command is enough to have all of its answer recorded.",
              "run examples/01-first-steps.zem",
              {{"FILE", "", "The script; - is standard input", Arity::kRequired, fileNames},
               {"--quiet", "", "Say only how it ended", Arity::kSwitch},
@@ -80,9 +80,9 @@ VerbGroup toolVerbs() {
             {"expect",
              "In a script: a line that the command above has to print",
              "The 'expect' lines below a command stand for all that it prints, line by line; a "
-             "command\nwithout them may print what it likes. Blanks at the ends do not count, and "
-             "several count\nas one. '*' stands for any characters, 'expect ...' for any number of "
-             "lines, and\n'expect status N' says the exit status, which is 0 unless said "
+             "command without them may print what it likes. Blanks at the ends do not count, and "
+             "several count as one. '*' stands for any characters, 'expect ...' for any number of "
+             "lines, and 'expect status N' says the exit status, which is 0 unless said "
              "otherwise.",
              "expect 3GPP:1 *internet*",
              {{"TEXT", "", "The line, without quotes", Arity::kAny}},
@@ -108,8 +108,8 @@ VerbGroup toolVerbs() {
             {"shell",
              "Begin a session: type verbs, or pipe them in, line by line, against one modem",
              "Tab completes; --json and --show-secrets in a line hold for that line. Ctrl-C ends "
-             "what runs,\nor discards what is typed; with nothing typed it ends the session. The "
-             "exit status is 0, and\nwith input that no terminal gives that of the last line.",
+             "what runs, or discards what is typed; with nothing typed it ends the session. The "
+             "exit status is 0, and with input that no terminal gives that of the last line.",
              "--modem modem.txt shell",
              {},
              Where::kCommandLine,
