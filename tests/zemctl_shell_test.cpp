@@ -312,4 +312,30 @@ TEST(Shell, CtrlCDiscardsWhatIsTypedThenEndsWithKeysReleased) {
     }
 }
 
+// The requests that are still to come no longer take their time, and the session goes on as it was.
+TEST(Shell, CtrlCEndsWhatTakesLongAndNotTheSession) {
+    const Place place;
+    Terminal terminal(place);
+    terminal.run("add --apn goes", "k1 holds 3GPP:5");
+    const std::pair<const char*, const char*> cases[] = {
+        {"refresh complete", "refreshing"},
+        {"modem restart", "waiting for the modem"},
+        {"watch", "watching"},
+    };
+    for (const auto& [slow, seen] : cases) {
+        terminal.run("modem latency 400", "each request takes 400 ms");
+        const auto begin = std::chrono::steady_clock::now();
+        terminal.type(std::string(slow) + '\r');
+        terminal.expect(seen);
+        terminal.type(kCtrlC);
+        terminal.expect("zemctl> ");
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5)) << slow;
+        terminal.run("modem latency 0", "each request takes 0 ms");
+        terminal.run("list --id 1", "3GPP:1");
+    }
+    terminal.type(kCtrlD);
+    EXPECT_EQ(terminal.end(), 0);
+    EXPECT_THAT(Place::contents(place.modemFile()), Not(HasSubstr("\"goes\"")));
+}
+
 }  // namespace

@@ -505,7 +505,8 @@ VerbGroup modemVerbs() {
              prepareHeal},
             {"modem latency",
              "Let each request take a while",
-             "For the rest of the line, the shell or the script.",
+             "For the rest of the line, the shell or the script. The library waits 1000 ms for "
+             "each.",
              "modem latency 20",
              {{"MILLISECONDS", "", "0 to 60000", Arity::kRequired}},
              Where::kAnywhere,

@@ -190,6 +190,9 @@ bool Session::reload() {
     }
     fileText = now;
     transients.clear();
+    for (HeldKey& each : keys) {
+        each.transient = false;  // its profile is gone, and its place may be another's
+    }
     storeText = access->storeText({});
     settle();
     return true;
