@@ -12,10 +12,10 @@
 #include <regex>
 #include <set>
 
-#include "CarrierList.h"
 #include "ProfileBuilders.h"
 #include "ProfileConversions.h"
 #include "TestPhone.h"
+#include "verbs/CarrierList.h"
 
 namespace zem {
 namespace {

@@ -10,8 +10,8 @@
 
 #include <softmodem/SoftModem.h>
 
-#include "CarrierList.h"
-#include "CommandLine.h"
+#include "command/CommandLine.h"
+#include "verbs/CarrierList.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include <softmodem/SoftModem.h>
 
-#include "CommandLine.h"
+#include "command/CommandLine.h"
 
 namespace {
 

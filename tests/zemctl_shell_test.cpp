@@ -18,10 +18,10 @@
 
 #include <softmodem/SoftModem.h>
 
-#include "Completion.h"
-#include "Session.h"
-#include "Shell.h"
-#include "Text.h"
+#include "command/Completion.h"
+#include "output/Text.h"
+#include "session/Session.h"
+#include "shell/Shell.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <softmodem/SoftModem.h>
 
 #include "CapturedStream.h"
-#include "CarrierList.h"
-#include "CommandLine.h"
+#include "command/CommandLine.h"
+#include "verbs/CarrierList.h"
 
 namespace {
 

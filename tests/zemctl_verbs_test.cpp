@@ -17,8 +17,8 @@
 #include <nlohmann/json.hpp>
 
 #include "CapturedStream.h"
-#include "CommandLine.h"
-#include "Text.h"
+#include "command/CommandLine.h"
+#include "output/Text.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <streambuf>
 #include <string>
 
-#include "CommandLine.h"
-#include "Interrupt.h"
+#include "command/CommandLine.h"
+#include "session/Interrupt.h"
 
 namespace {
 

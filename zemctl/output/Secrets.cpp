@@ -1,0 +1,86 @@
+#include "output/Secrets.h"
+
+#include <atomic>
+#include <stdexcept>
+#include <vector>
+
+#include "output/Settings.h"
+#include "output/Text.h"
+
+namespace zemctl {
+
+namespace {
+
+constexpr std::string_view kMask = "(hidden)";
+constexpr std::string_view kLabel = "Password=";
+
+std::atomic<bool> secretsShown{false};
+
+// A password may hold all that a line does, so it ends at the last place where the setting behind
+// it may begin.
+size_t endOfPassword(std::string_view text) {
+    bool behind = false;
+    for (const Setting& setting : kSettings) {
+        if (behind) {
+            // Of the two kinds of dump one says it like this, the other for all IP types at once.
+            for (const std::string& name :
+                 {std::string(setting.name), std::string("CommonIPType")}) {
+                const size_t end = text.rfind(',' + name + '=');
+                if (end != std::string_view::npos) {
+                    return end;
+                }
+            }
+        }
+        behind = behind || setting.secret;
+    }
+    return text.size();
+}
+
+}  // namespace
+
+void showSecrets(bool shown) {
+    secretsShown = shown;
+}
+
+std::string secret(std::string_view text) {
+    return std::string(secretsShown ? text : kMask);
+}
+
+std::string withoutSecrets(std::string_view line) {
+    std::string result;
+    while (!secretsShown) {
+        const size_t label = line.find(kLabel);
+        if (label == std::string_view::npos) {
+            break;
+        }
+        result += line.substr(0, label + kLabel.size());
+        result += kMask;
+        line.remove_prefix(label + kLabel.size());
+        line.remove_prefix(endOfPassword(line));
+    }
+    return result += line;
+}
+
+std::string withoutSecretWords(std::string_view line) {
+    constexpr std::string_view kWord = "password";
+    if (secretsShown || line.find(kWord) == std::string_view::npos) {
+        return std::string(line);
+    }
+    std::vector<std::string> words;
+    try {
+        words = splitWords(line);
+    } catch (const std::invalid_argument&) {
+        return std::string(line.substr(0, line.find(kWord))) + std::string(kMask);
+    }
+    for (size_t i = 0; i < words.size(); ++i) {
+        const size_t equals = words[i].find('=');
+        if (equals != std::string::npos && words[i].rfind(kWord, equals) != std::string::npos) {
+            words[i] = words[i].substr(0, equals + 1) + std::string(kMask);
+        } else {
+            words[i] = i > 0 && words[i - 1] == "--password" ? kMask : escaped(words[i]);
+        }
+    }
+    return join(words, " ");
+}
+
+}  // namespace zemctl
