@@ -20,6 +20,7 @@ namespace softmodem {
 namespace {
 
 constexpr std::string_view kVersionLine = "softmodem-profiles 1";
+constexpr int kMostLinks = 40;  // as the system follows
 constexpr std::string_view kBlanks = " \t\r";
 
 std::string_view trimmed(std::string_view text) {
@@ -263,10 +264,12 @@ std::string readFile(const std::string& path) {
 }
 
 void writeFileAtomically(const std::string& path, const std::string& text) {
-    // Through a link, so that the file behind it is replaced and not the link.
-    std::error_code notThere;
-    std::string target = std::filesystem::canonical(path, notThere).string();
-    if (notThere) target = path;
+    // Through links, also to what is not there yet: the file is replaced, and not the link.
+    std::filesystem::path place = path;
+    std::error_code error;
+    for (int links = 0; links < kMostLinks && std::filesystem::is_symlink(place, error); ++links)
+        place = place.parent_path() / std::filesystem::read_symlink(place, error);
+    const std::string target = place.string();
     std::string directory = std::filesystem::path(target).parent_path().string();
     if (directory.empty()) directory = ".";
 

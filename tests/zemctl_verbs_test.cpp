@@ -246,14 +246,15 @@ TEST(ZemctlVerbs, EachObjectVerbGivesObjectsOnly) {
 TEST(ZemctlVerbs, PasswordsAreMaskedUnlessAskedFor) {
     const std::string lines =
         "add --user u --password 'ge,heim' get k1 list setup-call --password 'ge,heim' "
-        "modify k1 --password 'ge,heim2' modem show modem log dump --log verbose";
+        "modify k1 --password 'ge,AuthType=PAP,heim2' modem show modem log dump --log verbose";
     for (const char* option : {"", "--json "}) {
         const zem::CapturedStream log(STDERR_FILENO);
         const Outcome masked = zemctl(option + lines);
         EXPECT_EQ(masked.status, 0) << masked.err;
         EXPECT_THAT(masked.out + masked.err + log.text(),
                     AllOf(HasSubstr("(hidden)"), Not(HasSubstr("heim"))));
-        EXPECT_THAT(zemctl("--show-secrets " + (option + lines)).out, HasSubstr("ge,heim2"));
+        EXPECT_THAT(zemctl("--show-secrets " + (option + lines)).out,
+                    HasSubstr("ge,AuthType=PAP,heim2"));
     }
 }
 
@@ -269,6 +270,11 @@ TEST(ZemctlVerbs, WhatIsPrintedCannotMoveTheCursor) {
 TEST_F(ModemFile, KeepsWhatIsPersistentBetweenCalls) {
     EXPECT_EQ(withFile("add --apn gone add --apn stays --persistent").status, 0);
     EXPECT_EQ(contents().find("gone"), std::string::npos);
+    EXPECT_EQ(withFile("add --apn gone modem subscription 0 3").status, 0);
+    EXPECT_EQ(withFile("modem subscription 0 3 add --apn gone refresh start").status, 0);
+    EXPECT_EQ(contents().find("gone"), std::string::npos);
+    EXPECT_EQ(withFile("add --apn gone delete 3gpp:7 modem create 3gpp:7 apn_name=net").status, 0);
+    EXPECT_THAT(withFile("modem show 3gpp:7 modem delete 3gpp:7").out, HasSubstr("=net"));
     EXPECT_THAT(withFile("list --apn stays").out, HasSubstr("3GPP:6"));
     EXPECT_THAT(withFile("modem delete 3gpp:6 modem show").out, Not(HasSubstr("stays")));
     EXPECT_EQ(contents().find("stays"), std::string::npos);
@@ -301,7 +307,13 @@ TEST_F(ModemFile, UnusableFileIsNamedWithItsLine) {
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
     EXPECT_EQ(zemctl("--modem /nonexistent/modem list").status, 1);
-    EXPECT_EQ(zemctl("--modem " + folder + " list").status, 2);
+    for (const std::string end : {"", "/"})
+        EXPECT_EQ(zemctl("--modem " + folder + end + " list").status, 2);
+    // Through a link to what is not there yet.
+    std::filesystem::create_symlink("behind", folder + "/link");
+    EXPECT_EQ(zemctl("--modem " + folder + "/link list").status, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(folder + "/link") &&
+                std::filesystem::exists(folder + "/behind"));
 }
 
 TEST_F(ModemFile, IsReadAnewWhenSomebodyElseHasWrittenIt) {

@@ -148,16 +148,17 @@ class Parser {
                    (inSession ? "on the line that starts zemctl" : "in the shell and in scripts"));
         }
         const Arguments own = segment.verb ? segment.verb->arguments : Arguments();
+        const Arguments all = own + globalArguments();
         for (const std::string& word : segment.words) {
             const std::string name = word.substr(0, word.find('='));
-            const Argument* const option = findArgument(own + globalArguments(), name);
+            const Argument* const option = findArgument(all, name);
             if (option && option->arity == Arity::kSwitch && name != word) {
                 refuse(name + " takes no value");
             }
         }
         CLI::App app;
         app.set_help_flag("-h,--help");
-        declare(app, own + globalArguments());
+        declare(app, all);
         try {
             app.parse(std::vector<std::string>(segment.words.rbegin(), segment.words.rend()));
         } catch (const CLI::CallForHelp&) {

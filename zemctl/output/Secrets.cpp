@@ -1,6 +1,10 @@
 #include "output/Secrets.h"
 
+#include <algorithm>
 #include <atomic>
+#include <mutex>
+#include <optional>
+#include <set>
 #include <stdexcept>
 #include <vector>
 
@@ -16,8 +20,33 @@ constexpr std::string_view kLabel = "Password=";
 
 std::atomic<bool> secretsShown{false};
 
-// A password may hold all that a line does, so it ends at the last place where the setting behind
-// it may begin.
+// Read by the threads that log, also at the process's end.
+struct Known {
+    std::mutex mutex;
+    std::set<std::string> passwords;
+};
+
+Known& known() {
+    static Known& instance = *new Known;
+    return instance;
+}
+
+// The length of the longest known password that stands here; empty when none does.
+std::optional<size_t> knownPasswordAt(std::string_view text) {
+    std::optional<size_t> longest;
+    const std::lock_guard lock(known().mutex);
+    for (const std::string& password : known().passwords) {
+        const size_t size = password.size();
+        if (text.substr(0, size) == password && (text.size() == size || text[size] == ',') &&
+            size >= longest.value_or(0)) {
+            longest = size;
+        }
+    }
+    return longest;
+}
+
+// One that is not known may hold all that a line does, so it ends at the last place where the
+// setting behind it may begin.
 size_t endOfPassword(std::string_view text) {
     bool behind = false;
     for (const Setting& setting : kSettings) {
@@ -42,6 +71,11 @@ void showSecrets(bool shown) {
     secretsShown = shown;
 }
 
+void rememberSecret(const std::string& password) {
+    const std::lock_guard lock(known().mutex);
+    known().passwords.insert(password);
+}
+
 std::string secret(std::string_view text) {
     return std::string(secretsShown ? text : kMask);
 }
@@ -56,21 +90,26 @@ std::string withoutSecrets(std::string_view line) {
         result += line.substr(0, label + kLabel.size());
         result += kMask;
         line.remove_prefix(label + kLabel.size());
-        line.remove_prefix(endOfPassword(line));
+        line.remove_prefix(knownPasswordAt(line).value_or(endOfPassword(line)));
     }
     return result += line;
 }
 
 std::string withoutSecretWords(std::string_view line) {
     constexpr std::string_view kWord = "password";
-    if (secretsShown || line.find(kWord) == std::string_view::npos) {
+    if (secretsShown) {
         return std::string(line);
     }
     std::vector<std::string> words;
     try {
         words = splitWords(line);
     } catch (const std::invalid_argument&) {
-        return std::string(line.substr(0, line.find(kWord))) + std::string(kMask);
+        return std::string(line.substr(0, line.find(kWord)));
+    }
+    if (std::none_of(words.begin(), words.end(), [&](const std::string& word) {
+            return word.find(kWord) != std::string::npos;
+        })) {
+        return std::string(line);
     }
     for (size_t i = 0; i < words.size(); ++i) {
         const size_t equals = words[i].find('=');

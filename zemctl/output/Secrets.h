@@ -9,6 +9,9 @@ namespace zemctl {
 // From now on passwords are shown as they are; masked at first.
 void showSecrets(bool shown);
 
+// A password that lines of the library may hold from now on.
+void rememberSecret(const std::string& password);
+
 // The text itself, or what stands in its place.
 std::string secret(std::string_view text);
 

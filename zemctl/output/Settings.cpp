@@ -182,6 +182,9 @@ ProfileParams settingsOf(const Given& given) {
     ProfileParams params;
     for (const Setting& setting : kSettings) {
         if (given.has(setting.option)) {
+            if (setting.secret) {
+                rememberSecret(given.text(setting.option));
+            }
             setting.set(params, {setting.option, given.text(setting.option)});
         }
     }

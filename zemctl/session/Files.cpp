@@ -57,6 +57,7 @@ std::string readFile(const std::string& path) {
     };
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
     if (!file) {
+        throwIfInterrupted();
         throw failure("cannot open: " + std::generic_category().message(errno));
     }
     std::string text;
@@ -82,31 +83,42 @@ std::optional<std::string> readFileIfThere(const std::string& path) {
         return std::nullopt;
     }
     if (!std::filesystem::is_regular_file(path, error)) {
-        throw std::runtime_error(printable(path) + ": not a regular file");
+        throw std::runtime_error(printable(path) + ": " +
+                                 (error ? error.message() : "not a regular file"));
     }
     return readFile(path);
 }
 
 FileLock::FileLock(const std::string& path) {
+    if (std::error_code error; std::filesystem::is_directory(path, error)) {
+        return;
+    }
     std::string folder = std::filesystem::path(path).parent_path().string();
     if (folder.empty()) {
         folder = ".";
     }
-    // The folder's is held where there is no file yet, and until the file's is had.
-    LockedDescriptor ofFolder(folder, O_DIRECTORY);
     for (;;) {
         LockedDescriptor ofFile(path, O_NONBLOCK);
-        // Whoever had it before may have put another file in its place.
         struct stat locked = {};
         struct stat there = {};
-        if (ofFile.get() < 0 || fstat(ofFile.get(), &locked) != 0 ||
-            stat(path.c_str(), &there) != 0) {
-            fd = ofFolder.release();
-            return;
-        }
-        if (locked.st_ino == there.st_ino && locked.st_dev == there.st_dev) {
+        if (ofFile.get() < 0) {
+            // There is none yet: whoever makes it keeps the others out of the folder.
+            LockedDescriptor ofFolder(folder, O_DIRECTORY);
+            if (stat(path.c_str(), &there) != 0) {
+                fd = ofFolder.release();
+                return;
+            }
+        } else if (fstat(ofFile.get(), &locked) == 0 && stat(path.c_str(), &there) == 0 &&
+                   locked.st_ino == there.st_ino && locked.st_dev == there.st_dev) {
             fd = ofFile.release();
             return;
+        }
+        // Whoever had it before has put another file in its place.
+        if (interruptSignal() != 0) {
+            throw Interrupted();
+        }
+        if (ofFile.get() < 0 && access(path.c_str(), R_OK) != 0) {
+            return;  // it can be neither read nor locked
         }
     }
 }

@@ -27,6 +27,17 @@ std::optional<std::string> contentsOf(const std::string& path) {
     }
 }
 
+// What the library may print of them is to be masked.
+void rememberSecrets(const ModemAccess& modem) {
+    for (const StoredProfile& profile : modem.profiles()) {
+        for (const auto& [name, value] : profile.fields) {
+            if (name.find("password") != std::string::npos) {
+                rememberSecret(value);
+            }
+        }
+    }
+}
+
 // Asks nothing that any profile could answer; handled behind all that came before it.
 zem::FilterProfileParams nothing() {
     zem::FilterProfileParams filter;
@@ -72,15 +83,24 @@ ModemAccess& Session::modem() {
             throw UsageError(error.what());
         }
         storeText = next->storeText({});
+        rememberSecrets(*next);
     } else if (globals.factoryProfiles) {
         next->storeFactoryProfiles();
     }
     access = std::move(next);
+    if (fileText) {
+        return *access;
+    }
     try {
         save();  // says at once when the file cannot be written
     } catch (...) {
         access.reset();
         throw;
+    }
+    if (lock) {  // of the folder; from now on of the file, which somebody may have had meanwhile
+        unlockFile();
+        lockFile();
+        reload();
     }
     return *access;
 }
@@ -155,9 +175,9 @@ void Session::refuseDuringRefresh() const {
 }
 
 void Session::waitForModem(std::chrono::milliseconds limit) {
-    silent = true;
     Progress progress(output, "waiting for the modem", 0);
     if (!access->waitForLibrary(zem::Manager::getInstance(), limit, [&] { progress.show(); })) {
+        silent = true;
         throw Failure(kModemDown, "the modem does not answer");
     }
     silent = false;
@@ -194,6 +214,7 @@ bool Session::reload() {
         each.transient = false;  // its profile is gone, and its place may be another's
     }
     storeText = access->storeText({});
+    rememberSecrets(*access);
     settle();
     return true;
 }

@@ -49,6 +49,8 @@ class Session {
     unsigned subscription() const { return static_cast<unsigned>(globals.subscription); }
     const std::string& logLevel() const { return globals.log; }
     const Globals& options() const { return globals; }
+    // The place is no longer that of a transient profile of this session.
+    void giveUpPlace(const ProfileId& id) { transients.erase(id); }
     // After Ctrl-C has ended a step and not the session.
     void goOn();
     // For a step that waits for others: nobody else is kept from the modem's file any longer.

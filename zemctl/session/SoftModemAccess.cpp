@@ -150,10 +150,9 @@ bool ModemAccess::isUp() const {
 }
 
 std::string ModemAccess::storeText(const std::set<std::pair<zem::TechType, int>>& without) const {
-    return impl->modem.storeText([&](const softmodem::Profile& profile, unsigned subscription) {
+    return impl->modem.storeText([&](const softmodem::Profile& profile, unsigned) {
         const auto persistent = profile.fields.find("persistent");
-        return subscription != impl->subscription ||
-               without.count({techType(profile.tech), static_cast<int>(profile.index)}) == 0 ||
+        return without.count({techType(profile.tech), static_cast<int>(profile.index)}) == 0 ||
                (persistent != profile.fields.end() &&
                 persistent->second != softmodem::Value(uint64_t{0}));
     });

@@ -288,13 +288,15 @@ Step prepareWatch(const Given& given) {
         session.library();
         session.refuseDuringRefresh();
         session.unlockFile();
-        Watch watch(session);
+        std::optional<Watch> own;
+        Watch& watch = session.watch ? *session.watch : own.emplace(session);
+        const size_t toldBefore = watch.told();
         const Console& console = session.output.console;
         if (console.errTerminal) {
             console.err << "watching; Ctrl-C ends it" << std::endl;
         }
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-        while (watch.told() < static_cast<size_t>(count) &&
+        while (watch.told() - toldBefore < static_cast<size_t>(count) &&
                std::chrono::steady_clock::now() < end) {
             if (!sleepUnlessInterrupted(kBetweenLooks)) {
                 if (session.interactive) {  // the session goes on

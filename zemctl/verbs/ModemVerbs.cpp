@@ -87,6 +87,9 @@ softmodem::Fields fieldsOf(const Given& given, Tech tech) {
                              '\'' + suggestion(name, known));
         }
         const std::string text = word.substr(equals + 1);
+        if (name.find("password") != std::string::npos) {
+            rememberSecret(text);
+        }
         try {
             fields[name] = softmodem::parseValue(tech, name, text);
         } catch (const std::invalid_argument& error) {
@@ -246,6 +249,7 @@ Step prepareCreate(const Given& given) {
             throw Failure(kRefused, id ? profileName(*id) + " is taken, or out of range"
                                        : "the modem's store is full");
         }
+        session.giveUpPlace({tech, static_cast<int>(*index)});
         const auto created = modem.profile(techOf(tech), *index, session.subscription());
         if (created) {
             session.output.object(toJson(*created));
