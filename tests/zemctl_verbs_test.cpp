@@ -273,8 +273,8 @@ TEST_F(ModemFile, KeepsWhatIsPersistentBetweenCalls) {
     EXPECT_EQ(withFile("add --apn gone modem subscription 0 3").status, 0);
     EXPECT_EQ(withFile("modem subscription 0 3 add --apn gone refresh start").status, 0);
     EXPECT_EQ(contents().find("gone"), std::string::npos);
-    EXPECT_EQ(withFile("add --apn gone delete 3gpp:7 modem create 3gpp:7 apn_name=net").status, 0);
-    EXPECT_THAT(withFile("modem show 3gpp:7 modem delete 3gpp:7").out, HasSubstr("=net"));
+    EXPECT_EQ(withFile("add --apn gone delete k1 modem create 3gpp:5 apn_name=net").status, 0);
+    EXPECT_THAT(withFile("modem show 3gpp:5 modem delete 3gpp:5").out, HasSubstr("=net"));
     EXPECT_THAT(withFile("list --apn stays").out, HasSubstr("3GPP:6"));
     EXPECT_THAT(withFile("modem delete 3gpp:6 modem show").out, Not(HasSubstr("stays")));
     EXPECT_EQ(contents().find("stays"), std::string::npos);
