@@ -225,7 +225,7 @@ void Session::save() {
     }
     // Those go with this session, whatever becomes of it.
     for (const HeldKey& each : keys) {
-        if (each.transient) {
+        if (each.transient && !*each.told) {  // else its place may be another's
             transients.insert(each.id);
         }
     }
