@@ -187,7 +187,7 @@ void Session::settle() {
     if (!started || silent) {
         return;
     }
-    if (modem().inProcess() && modem().isUp()) {
+    if (access->inProcess() && access->isUp()) {
         waitForModem(kFirstAnswer);
     }
     zem::Manager& manager = zem::Manager::getInstance();
