@@ -7,6 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include <iostream>
 #include <iterator>
 #include <sstream>
+#include <system_error>
 
 #include <softmodem/SoftModem.h>
 
@@ -190,6 +192,20 @@ TEST(Shell, PipedLinesGiveTheStatusOfTheLastAndNoPrompt) {
                 AllOf(HasSubstr("no key is held"), HasSubstr("status 0")));
 }
 
+// A bare machine may have no terminals to give.
+class ShellAtTerminal : public testing::Test {
+  protected:
+    void SetUp() override {
+        int ours = -1;
+        int theirs = -1;
+        if (openpty(&ours, &theirs, nullptr, nullptr, nullptr) != 0) {
+            GTEST_SKIP() << "no pseudo terminal: " << std::generic_category().message(errno);
+        }
+        close(ours);
+        close(theirs);
+    }
+};
+
 // The shell at a terminal of its own.
 class Terminal {
   public:
@@ -265,7 +281,7 @@ class Terminal {
     std::string seen;
 };
 
-TEST(Shell, CompletesAndRecallsLinesAndForgetsPasswords) {
+TEST_F(ShellAtTerminal, CompletesAndRecallsLinesAndForgetsPasswords) {
     const Place place;
     {
         Terminal terminal(place);
@@ -286,7 +302,7 @@ TEST(Shell, CompletesAndRecallsLinesAndForgetsPasswords) {
     EXPECT_EQ(terminal.end(), 0);
 }
 
-TEST(Shell, CtrlCDiscardsWhatIsTypedThenEndsWithKeysReleased) {
+TEST_F(ShellAtTerminal, CtrlCDiscardsWhatIsTypedThenEndsWithKeysReleased) {
     for (const int number : {SIGINT, SIGTERM}) {
         const Place place;
         Terminal terminal(place);
@@ -313,7 +329,7 @@ TEST(Shell, CtrlCDiscardsWhatIsTypedThenEndsWithKeysReleased) {
 }
 
 // The requests that are still to come no longer take their time, and the session goes on as it was.
-TEST(Shell, CtrlCEndsWhatTakesLongAndNotTheSession) {
+TEST_F(ShellAtTerminal, CtrlCEndsWhatTakesLongAndNotTheSession) {
     const Place place;
     Terminal terminal(place);
     terminal.run("add --apn goes", "k1 holds 3GPP:5");
