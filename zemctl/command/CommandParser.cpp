@@ -26,12 +26,9 @@ void declare(CLI::App& app, const Arguments& arguments) {
         }
         CLI::Option* const option =
             app.add_option(argument.name, [](const CLI::results_t&) { return true; });
-        if (argument.arity == Arity::kRequired || argument.arity == Arity::kMany) {
-            option->required();
-        }
-        const bool many = argument.arity == Arity::kMany || argument.arity == Arity::kAny;
-        option->expected(1, many ? CLI::detail::expected_max_vector_size : 1);
-        option->allow_extra_args(many);
+        option->required(argument.mustCome());
+        option->expected(1, argument.takesMany() ? CLI::detail::expected_max_vector_size : 1);
+        option->allow_extra_args(argument.takesMany());
     }
 }
 
@@ -54,11 +51,9 @@ struct Segment {
 };
 
 size_t wordsWanted(const Verb& verb) {
-    return static_cast<size_t>(
-        std::count_if(verb.arguments.begin(), verb.arguments.end(), [](const Argument& argument) {
-            return !argument.isOption() &&
-                   (argument.arity == Arity::kRequired || argument.arity == Arity::kMany);
-        }));
+    return static_cast<size_t>(std::count_if(
+        verb.arguments.begin(), verb.arguments.end(),
+        [](const Argument& argument) { return !argument.isOption() && argument.mustCome(); }));
 }
 
 class Parser {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <stdexcept>
 #include <system_error>
@@ -13,6 +12,7 @@
 #include "command/Globals.h"
 #include "command/Values.h"
 #include "output/Text.h"
+#include "session/Files.h"
 #include "session/ModemAccess.h"
 #include "session/ModemView.h"
 #include "session/Session.h"
@@ -29,10 +29,6 @@ bool contains(const Words& words, const std::string& word) {
 
 bool startsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
-}
-
-bool mustCome(const Argument& argument) {
-    return argument.arity == Arity::kRequired || argument.arity == Arity::kMany;
 }
 
 // Of names of several words, those that come next behind the first ones.
@@ -142,8 +138,7 @@ class Line {
             if (argument.isOption()) {
                 continue;
             }
-            const bool many = argument.arity == Arity::kMany || argument.arity == Arity::kAny;
-            if (many || behind-- == 0) {
+            if (argument.takesMany() || behind-- == 0) {
                 return findArgument(verb->arguments, argument.name);
             }
         }
@@ -152,7 +147,7 @@ class Line {
 
     bool mustTake() const {
         const Argument* const argument = positional();
-        return argument && mustCome(*argument) &&
+        return argument && argument->mustCome() &&
                (argument->arity != Arity::kMany || positionals.empty());
     }
 
@@ -194,7 +189,7 @@ class Line {
         }
         bool complete = !mustTake();
         for (const Argument& argument : verb ? verb->arguments : Arguments()) {
-            if (mustCome(argument) && argument.isOption() && values.count(argument.name) == 0) {
+            if (argument.mustCome() && argument.isOption() && values.count(argument.name) == 0) {
                 offerOption(argument, word);
                 complete = false;
             }
@@ -350,7 +345,7 @@ std::vector<std::string> profilesAtStart(const std::vector<std::string>& words) 
         Globals globals;
         takeGlobals(line.globals(), globals);
         ModemAccess modem(globals.subscription);
-        if (!globals.modemFile.empty() && std::ifstream(globals.modemFile)) {
+        if (!globals.modemFile.empty() && readFileIfThere(globals.modemFile)) {
             modem.load(globals.modemFile);
         } else if (globals.factoryProfiles) {
             modem.storeFactoryProfiles();

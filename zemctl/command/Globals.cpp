@@ -7,8 +7,6 @@ namespace zemctl {
 
 namespace {
 
-constexpr int kLastSubscription = 15;
-
 const std::vector<std::string>& factoryNames() {
     static const std::vector<std::string> names = {"default", "none"};
     return names;

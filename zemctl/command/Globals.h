@@ -8,6 +8,8 @@
 
 namespace zemctl {
 
+inline constexpr int kLastSubscription = 15;
+
 struct Globals {
     bool factoryProfiles = true;  // what a new modem boots with
     bool json = false;

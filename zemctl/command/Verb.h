@@ -65,6 +65,8 @@ struct Argument {
     bool list = false;                // values are joined by commas
 
     bool isOption() const { return name[0] == '-'; }
+    bool mustCome() const { return arity == Arity::kRequired || arity == Arity::kMany; }
+    bool takesMany() const { return arity == Arity::kMany || arity == Arity::kAny; }
 };
 
 using Arguments = std::vector<Argument>;

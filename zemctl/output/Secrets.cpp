@@ -76,6 +76,10 @@ void rememberSecret(const std::string& password) {
     known().passwords.insert(password);
 }
 
+bool isSecretField(std::string_view name) {
+    return lowerCase(name).find("password") != std::string::npos;
+}
+
 std::string secret(std::string_view text) {
     return std::string(secretsShown ? text : kMask);
 }

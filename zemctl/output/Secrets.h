@@ -12,6 +12,9 @@ void showSecrets(bool shown);
 // A password that lines of the library may hold from now on.
 void rememberSecret(const std::string& password);
 
+// Whether a modem's field of that name holds a password.
+bool isSecretField(std::string_view name);
+
 // The text itself, or what stands in its place.
 std::string secret(std::string_view text);
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "command/Verb.h"
-
 namespace zemctl {
 
 HeldKey& KeyRing::hold(const std::shared_ptr<zem::IProfileKey>& key, const std::string& purpose,
@@ -19,15 +17,18 @@ HeldKey& KeyRing::hold(const std::shared_ptr<zem::IProfileKey>& key, const std::
     return held.back();
 }
 
+std::list<HeldKey>::iterator KeyRing::place(const std::string& name) {
+    return std::find_if(held.begin(), held.end(),
+                        [&](const HeldKey& each) { return each.name == name; });
+}
+
 HeldKey* KeyRing::find(const std::string& name) {
-    const auto found = std::find_if(held.begin(), held.end(),
-                                    [&](const HeldKey& each) { return each.name == name; });
+    const auto found = place(name);
     return found == held.end() ? nullptr : &*found;
 }
 
 HeldKey KeyRing::take(const std::string& name) {
-    const auto found = std::find_if(held.begin(), held.end(),
-                                    [&](const HeldKey& each) { return each.name == name; });
+    const auto found = place(name);
     HeldKey taken = std::move(*found);
     held.erase(found);
     return taken;

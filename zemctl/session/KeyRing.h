@@ -53,6 +53,8 @@ class KeyRing {
     std::list<HeldKey>::const_iterator end() const { return held.end(); }
 
   private:
+    std::list<HeldKey>::iterator place(const std::string& name);
+
     std::list<HeldKey> held;  // oldest first
     unsigned given = 0;
 };

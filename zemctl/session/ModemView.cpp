@@ -79,8 +79,7 @@ ProfileId idOf(const std::shared_ptr<zem::IProfileKey>& key) {
 }
 
 std::string shownField(const std::pair<std::string, std::string>& field) {
-    const bool isSecret = lowerCase(field.first).find("password") != std::string::npos;
-    return printable(isSecret ? secret(field.second) : field.second);
+    return printable(isSecretField(field.first) ? secret(field.second) : field.second);
 }
 
 std::vector<FieldChange> changedFields(const std::vector<StoredProfile>& before,

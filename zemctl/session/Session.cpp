@@ -31,7 +31,7 @@ std::optional<std::string> contentsOf(const std::string& path) {
 void rememberSecrets(const ModemAccess& modem) {
     for (const StoredProfile& profile : modem.profiles()) {
         for (const auto& [name, value] : profile.fields) {
-            if (name.find("password") != std::string::npos) {
+            if (isSecretField(name)) {
                 rememberSecret(value);
             }
         }
@@ -77,13 +77,7 @@ ModemAccess& Session::modem() {
         fileText = contentsOf(globals.modemFile);
     }
     if (fileText) {
-        try {
-            next->load(globals.modemFile);
-        } catch (const std::runtime_error& error) {
-            throw UsageError(error.what());
-        }
-        storeText = next->storeText({});
-        rememberSecrets(*next);
+        load(*next);
     } else if (globals.factoryProfiles) {
         next->storeFactoryProfiles();
     }
@@ -195,6 +189,16 @@ void Session::settle() {
     manager.filter(nothing());  // the first may overtake an event that came with it
 }
 
+void Session::load(ModemAccess& modem) {
+    try {
+        modem.load(globals.modemFile);
+    } catch (const std::runtime_error& error) {
+        throw UsageError(error.what());
+    }
+    storeText = modem.storeText({});
+    rememberSecrets(modem);
+}
+
 bool Session::reload() {
     if (globals.modemFile.empty() || !access) {
         return false;
@@ -203,18 +207,12 @@ bool Session::reload() {
     if (!now || now == fileText) {
         return false;
     }
-    try {
-        access->load(globals.modemFile);
-    } catch (const std::runtime_error& error) {
-        throw UsageError(error.what());
-    }
+    load(*access);
     fileText = now;
     transients.clear();
     for (HeldKey& each : keys) {
         each.transient = false;  // its profile is gone, and its place may be another's
     }
-    storeText = access->storeText({});
-    rememberSecrets(*access);
     settle();
     return true;
 }

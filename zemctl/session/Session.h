@@ -99,6 +99,8 @@ class Session {
 
     // Throws Failure with kModemDown.
     void waitForModem(std::chrono::milliseconds limit);
+    // Fills the modem from its file. Throws UsageError.
+    void load(ModemAccess& modem);
     void lockFile();
 
     const Globals globals;

@@ -91,6 +91,11 @@ StoredProfile stored(const softmodem::Profile& profile) {
 }  // namespace
 
 struct ModemAccess::Impl {
+    void hurry() const {
+        modem.setLatency({});
+        modem.setHurry(true);
+    }
+
     softmodem::SoftModem& modem = softmodem::SoftModem::instance();
     std::mutex mutex;
     std::condition_variable asked;
@@ -104,8 +109,7 @@ ModemAccess::ModemAccess(int subscription) : impl(std::make_shared<Impl>()) {
     impl->subscription = static_cast<unsigned>(subscription);
     impl->modem.setRequestHook([state = impl](const softmodem::Request& request) {
         if (interruptSignal() != 0) {
-            state->modem.setLatency({});
-            state->modem.setHurry(true);
+            state->hurry();
         }
         if (request.messageId == kProfileList) {
             const std::lock_guard lock(state->mutex);
@@ -199,8 +203,7 @@ void ModemAccess::calmDown() {
 }
 
 void ModemAccess::hurry() {
-    impl->modem.setLatency({});
-    impl->modem.setHurry(true);
+    impl->hurry();
 }
 
 bool ModemAccess::storeFactoryProfiles() {

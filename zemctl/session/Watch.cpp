@@ -4,7 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "output/Settings.h"
 #include "output/Text.h"
 #include "session/Session.h"
 

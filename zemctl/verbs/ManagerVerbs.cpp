@@ -4,7 +4,6 @@
 #include <cctype>
 #include <chrono>
 #include <climits>
-#include <csignal>
 #include <optional>
 
 #include <nlohmann/json.hpp>

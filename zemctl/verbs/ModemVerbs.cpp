@@ -4,10 +4,12 @@
 #include <limits>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include <softmodem/SoftModem.h>
 #include <nlohmann/json.hpp>
 
+#include "command/Globals.h"
 #include "command/Values.h"
 #include "output/Secrets.h"
 #include "output/Text.h"
@@ -23,13 +25,10 @@ using softmodem::FaultKind;
 using softmodem::SoftModem;
 using softmodem::Tech;
 
-constexpr int kLastSubscription = 15;
 constexpr int kLongestLatency = 60'000;
 constexpr int kMostFaults = 1'000'000;
 
 constexpr unsigned kIndications = 0x00A8;
-constexpr const char* kAnyMessage = "any";
-constexpr const char* kIndicationMessage = "indication";
 
 constexpr zem::NamedValue<FaultKind> kFaultNames[] = {
     {FaultKind::kRefuse, "refuse"},
@@ -87,7 +86,7 @@ softmodem::Fields fieldsOf(const Given& given, Tech tech) {
                              '\'' + suggestion(name, known));
         }
         const std::string text = word.substr(equals + 1);
-        if (name.find("password") != std::string::npos) {
+        if (isSecretField(name)) {
             rememberSecret(text);
         }
         try {
@@ -106,9 +105,8 @@ softmodem::Fields fieldsOf(const Given& given, Tech tech) {
 Json toJson(const softmodem::Profile& profile) {
     Json fields = Json::object();
     for (const auto& [name, value] : profile.fields) {
-        const bool isSecret = name.find("password") != std::string::npos;
         if (const auto* const text = std::get_if<std::string>(&value)) {
-            fields[name] = isSecret ? secret(*text) : *text;
+            fields[name] = isSecretField(name) ? secret(*text) : *text;
         } else {
             fields[name] = std::get<uint64_t>(value);
         }
@@ -130,26 +128,23 @@ std::vector<std::string> shownFields(const std::vector<std::string>& lines) {
     return words;
 }
 
-std::vector<std::string> messageWords() {
-    std::vector<std::string> words = {kAnyMessage, kIndicationMessage};
+// What a fault may meet, as it is typed.
+std::vector<std::pair<std::string, unsigned>> messages() {
+    std::vector<std::pair<std::string, unsigned>> result = {{"any", 0},
+                                                            {"indication", kIndications}};
     for (auto [id, name] : softmodem::messageNames()) {
         std::replace(name.begin(), name.end(), ' ', '-');
-        words.push_back(name);
+        result.emplace_back(name, id);
     }
-    return words;
+    return result;
 }
 
-unsigned messageIdOf(const std::string& word) {
-    if (word == kAnyMessage || word == kIndicationMessage) {
-        return word == kAnyMessage ? 0 : kIndications;
+std::vector<std::string> messageWords() {
+    std::vector<std::string> words;
+    for (const auto& [word, id] : messages()) {
+        words.push_back(word);
     }
-    for (auto [id, name] : softmodem::messageNames()) {
-        std::replace(name.begin(), name.end(), ' ', '-');
-        if (name == word) {
-            return id;
-        }
-    }
-    return 0;
+    return words;
 }
 
 // --- The verbs ---
@@ -292,18 +287,17 @@ Step prepareFail(const Given& given) {
                                      OptionText{name, given.text(name)}.number(least, kMostFaults))
                                : static_cast<unsigned>(unset);
     };
-    const std::vector<std::string> messages = messageWords();
     softmodem::Fault fault{OptionText{"KIND", given.text("KIND")}.oneOf(kFaultNames)};
-    const std::string message =
-        messages[OptionText{"MESSAGE", given.text("MESSAGE")}.placeIn(messages)];
-    fault.messageId = messageIdOf(message);
+    const auto [message, messageId] =
+        messages()[OptionText{"MESSAGE", given.text("MESSAGE")}.placeIn(messageWords())];
+    fault.messageId = messageId;
     fault.count = number("--count", 1, 1);
     fault.skip = number("--skip", 0, 0);
     if (given.has("--value")) {
         fault.value = static_cast<uint32_t>(OptionText{"--value", given.text("--value")}.number(
             0, std::numeric_limits<int>::max()));
     }
-    return [fault, message](Session& session) {
+    return [fault, message = message](Session& session) {
         modemOf(session).addFault(fault);
         session.report.line(
             "set for " + counted(fault.count, "message", "messages") + " of kind '" + message +
@@ -415,7 +409,7 @@ Argument fields(Arity arity) {
 
 VerbGroup modemVerbs() {
     const auto faultNames = [](const Typing&) { return namesOf(kFaultNames); };
-    const auto messages = [](const Typing&) { return messageWords(); };
+    const auto messageNames = [](const Typing&) { return messageWords(); };
     const std::string fieldsText =
         "3GPP profiles have " + join(softmodem::fieldNames(Tech::k3gpp), ", ") +
         "; 3GPP2 profiles have " + join(softmodem::fieldNames(Tech::k3gpp2), ", ") + '.';
@@ -492,7 +486,7 @@ VerbGroup modemVerbs() {
              "healed. A list of more than 255 profiles ends the process, as it does on a phone.",
              "modem fail create-profile refuse --count 2",
              {{"MESSAGE", "", "The request, or any, or indication for those without a request",
-               Arity::kRequired, messages},
+               Arity::kRequired, messageNames},
               {"KIND", "", "What goes wrong: " + join(namesOf(kFaultNames), ", "), Arity::kRequired,
                faultNames},
               {"--count", "N", "How often, once unless said otherwise"},
