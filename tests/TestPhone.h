@@ -24,6 +24,26 @@ using softmodem::FaultKind;
 using softmodem::SoftModem;
 using softmodem::Tech;
 
+// Brings modem and engine to rest: until two passes of the engine, each of which is to handle one
+// event of its own, handle no other. Two, because the first may overtake an event that is reported
+// together with its own.
+template <class CountHandled, class Pass>
+void bringToRest(SoftModem& modem, const CountHandled& handled, const Pass& pass) {
+    const auto passTwice = [&pass] {
+        pass();
+        pass();
+    };
+    passTwice();  // what was being handled is now done with
+    bool atRest = false;
+    for (int tries = 0; !atRest; ++tries) {
+        ASSERT_LT(tries, 100000);
+        const size_t before = handled();
+        ASSERT_TRUE(modem.waitUntilIdle());
+        passTwice();
+        atRest = handled() == before + 2;
+    }
+}
+
 // A modem at the beginning for each test.
 class PhoneTest : public testing::Test {
   protected:
@@ -42,24 +62,9 @@ class PhoneTest : public testing::Test {
         return found;
     }
 
-    // Brings modem and engine to rest: until two passes of the engine, each of which is to handle
-    // one event of its own, handle no other. Two, because the first may overtake an event that is
-    // reported together with its own.
     void settle(const RecordedLog& lines, const std::function<void()>& pass) const {
-        const auto handled = [&lines] { return lines.countContaining("is processing events"); };
-        const auto passTwice = [&pass] {
-            pass();
-            pass();
-        };
-        passTwice();  // what was being handled is now done with
-        bool atRest = false;
-        for (int tries = 0; !atRest; ++tries) {
-            ASSERT_LT(tries, 100000);
-            const size_t before = handled();
-            ASSERT_TRUE(modem.waitUntilIdle());
-            passTwice();
-            atRest = handled() == before + 2;
-        }
+        bringToRest(
+            modem, [&lines] { return lines.countContaining("is processing events"); }, pass);
     }
 
     SoftModem& modem;
