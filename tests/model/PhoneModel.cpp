@@ -56,6 +56,12 @@ bool isFlagSet(const Settings& settings, std::string_view label) {
 
 }  // namespace
 
+std::string inWords(const softmodem::Profile& profile) {
+    std::string words = nameOf(profile.tech) + ":" + std::to_string(profile.index);
+    for (const auto& each : softmodem::describe(profile)) words += " " + each;
+    return words;
+}
+
 std::string Key::dump() const {
     return nameOf(tech) + ":" + std::to_string(id) + " token=" + std::to_string(token);
 }
@@ -218,6 +224,19 @@ void PhoneModel::readAll() {
     }
 }
 
+// Those that this very step entered come last.
+std::vector<uint64_t> PhoneModel::tokensInOrder() const {
+    std::vector<uint64_t> tokens;
+    for (const uint64_t token : order) {
+        if (cache.count(token)) tokens.push_back(token);
+    }
+    for (const auto& entry : cache) {
+        if (std::find(order.begin(), order.end(), entry.first) == order.end())
+            tokens.push_back(entry.first);
+    }
+    return tokens;
+}
+
 void PhoneModel::end(MaybeEntry& entry) {
     if (!entry) return;
     for (const auto& [listener, serial] : entry->listeners) {
@@ -244,18 +263,13 @@ void PhoneModel::onIndication(const Change& change) {
         const uint64_t token = nextToken++;
         cache.emplace(token, read(ind.tech, ind.id));
     } else if (ind.event == kDelete || ind.event == kModify) {
-        for (auto entry = cache.begin(); entry != cache.end();) {
-            auto& held = entry->second;
-            if (!held || held->tech != ind.tech || held->id != ind.id) {
-                ++entry;
-            } else if (ind.event == kDelete) {
-                entry = drop(entry);
-            } else {
-                auto fresh = read(ind.tech, ind.id);
-                end(held);
-                held = std::move(fresh);
-                ++entry;
-            }
+        for (const uint64_t token : tokensInOrder()) {
+            auto& held = cache.at(token);
+            if (!held || held->tech != ind.tech || held->id != ind.id) continue;
+            auto fresh = ind.event == kModify ? read(ind.tech, ind.id) : std::nullopt;
+            end(held);
+            held = std::move(fresh);
+            if (ind.event == kDelete) cache.erase(token);
         }
     } else {
         readAll();
@@ -362,17 +376,12 @@ bool PhoneModel::deleteProfile(const MaybeKey& key) {
 std::vector<Key> PhoneModel::filter(const Filter& asked) {
     std::vector<Key> keys;
     if (refreshing) return keys;
-    for (const auto& entry : cache) {  // those of this very step come last
-        if (std::find(order.begin(), order.end(), entry.first) == order.end())
-            order.push_back(entry.first);
-    }
-    for (const uint64_t token : order) {
-        const auto entry = cache.find(token);
-        if (entry == cache.end()) continue;
-        if (!entry->second) {
+    for (const uint64_t token : tokensInOrder()) {
+        auto& entry = cache.at(token);
+        if (!entry) {
             note("ProfileCache: null profile");
-        } else if (matches(asked, *entry->second)) {
-            keys.push_back(makeKey(token, *entry->second));
+        } else if (matches(asked, *entry)) {
+            keys.push_back(makeKey(token, *entry));
         }
     }
     return keys;
@@ -738,17 +747,13 @@ void PhoneModel::updateApnTypes(std::vector<Settings> entries) {
 
 // --- What must be seen ---
 
-std::string PhoneModel::modemText(unsigned subscription) const {
-    std::string all;
+std::vector<std::string> PhoneModel::modemLines(unsigned subscription) const {
+    std::vector<std::string> lines;
     for (const Tech tech : {Tech::k3gpp, Tech::k3gpp2}) {
-        for (const auto& [index, fields] : stores[subscription][static_cast<size_t>(tech)]) {
-            all += nameOf(tech) + ":" + std::to_string(index);
-            for (const auto& each : softmodem::describe(softmodem::Profile{tech, index, fields}))
-                all += " " + each;
-            all += "\n";
-        }
+        for (const auto& [index, fields] : stores[subscription][static_cast<size_t>(tech)])
+            lines.push_back(inWords({tech, index, fields}));
     }
-    return all;
+    return lines;
 }
 
 std::vector<std::string> PhoneModel::cacheLines() const {

@@ -16,6 +16,8 @@ namespace zem::model {
 
 using softmodem::FaultKind;
 
+std::string inWords(const softmodem::Profile& profile);
+
 struct Key {
     Tech tech;
     int id;
@@ -78,10 +80,11 @@ class PhoneModel {
     void settle();
 
     // What must be seen then.
-    std::string modemText(unsigned subscription) const;
+    std::vector<std::string> modemLines(unsigned subscription) const;
     std::vector<std::string> cacheLines() const;    // in no order
     std::vector<std::string> pendingLines() const;  // in no order
     bool hasClient() const { return client.open; }
+    bool isRefreshing() const { return refreshing; }
     unsigned instance() const { return subscription; }
     std::vector<std::string> fired;  // listeners, in no order
     std::vector<std::string> errors;
@@ -139,6 +142,7 @@ class PhoneModel {
     Key makeKey(uint64_t token, Entry& entry);
     MaybeKey takeFirst(std::vector<Key> keys);
     bool deleteOnModem(Tech tech, int id);
+    std::vector<uint64_t> tokensInOrder() const;
     void end(MaybeEntry& entry);
     std::map<uint64_t, MaybeEntry>::iterator drop(std::map<uint64_t, MaybeEntry>::iterator entry);
     bool matches(const Filter& asked, const Entry& entry) const;

@@ -134,19 +134,6 @@ std::string dumpOf(const MaybeKey& key) {
     return key ? key->dump() : "none";
 }
 
-std::string inWords(const softmodem::Profile& profile) {
-    std::string words =
-        (profile.tech == Tech::k3gpp ? "3GPP:" : "3GPP2:") + std::to_string(profile.index);
-    for (const auto& each : softmodem::describe(profile)) words += " " + each;
-    return words;
-}
-
-std::string joined(const std::vector<std::string>& lines) {
-    std::string all;
-    for (const auto& line : lines) all += line + "\n";
-    return all;
-}
-
 }  // namespace
 
 uint64_t Dice::next() {
@@ -191,6 +178,7 @@ struct Operations {
         void (*run)(World&, Dice&);
     };
     static const std::vector<Operation>& all();
+    static constexpr unsigned kRefresh = 8;  // its place there
 
     static void add(World& w, Dice& dice) {
         const Settings params = drawParams(dice);
@@ -244,11 +232,12 @@ struct Operations {
         const Filter filter = drawFilter(dice);
         w.words += toFilter(filter).dump();
         const auto expected = w.model.filter(filter);
-        const auto actual = w.manager.filter(toFilter(filter));
+        auto actual = w.manager.filter(toFilter(filter));
         w.compare("number of keys", std::to_string(expected.size()), std::to_string(actual.size()));
         auto key = actual.begin();
         for (size_t i = 0; i < expected.size() && key != actual.end(); ++i, ++key)
             w.take("key", expected[i], *key);
+        actual.clear();
         while (w.keys.size() > kMostKeys) w.dropKey(dice.below(w.keys.size()), false);
     }
 
@@ -270,7 +259,7 @@ struct Operations {
     }
 
     static void refresh(World& w, Dice& dice) {
-        const bool start = dice.chance(25);
+        const bool start = !w.model.isRefreshing() && dice.chance(40);
         w.words += start ? "START" : "COMPLETE";
         w.model.refresh(start);
         w.manager.refresh(start ? START : COMPLETE);
@@ -414,7 +403,7 @@ const std::vector<Operations::Operation>& Operations::all() {
         {"filter", 80, true, true, filter},
         {"drop a key", 150, true, true, drop},
         {"registerExpirationListener", 60, true, true, listen},
-        {"refresh", 30, true, true, refresh},
+        {"refresh", 15, true, true, refresh},
         {"setProfileUpdateAllowed", 20, true, true, allow},
         {"findOrCreateProfileForSetupDataCall", 60, true, true, setupDataCall},
         {"findOrCreateProfileForEmergencyDataCall", 40, true, true, emergencyCall},
@@ -425,12 +414,12 @@ const std::vector<Operations::Operation>& Operations::all() {
         {"modem creates", 60, true, false, modemCreate},
         {"modem modifies", 60, true, false, modemModify},
         {"modem deletes", 40, true, false, modemDelete},
-        {"modem indicates", 30, true, false, modemIndicate},
-        {"modem swaps subscriptions", 5, true, false, modemSwap},
-        {"modem goes down", 6, false, false, modemDown},
+        {"modem indicates", 15, true, false, modemIndicate},
+        {"modem swaps subscriptions", 3, true, false, modemSwap},
+        {"modem goes down", 4, false, false, modemDown},
         {"modem comes up", 30, true, true, modemUp},
-        {"modem restarts", 10, true, true, modemRestart},
-        {"init", 6, false, false, init},
+        {"modem restarts", 5, true, true, modemRestart},
+        {"init", 3, false, false, init},
     };
     return operations;
 }
@@ -484,8 +473,10 @@ std::string World::run(const Step& step) {
         FaultKind::kLoseIndication, FaultKind::kRepeatIndication, FaultKind::kReorderIndications,
         FaultKind::kGoDown,
     };
-    const auto& operation = Operations::all()[step.operation];
     Dice dice(step.seed);
+    // A refresh shuts everything out: not for too long.
+    const bool goesOn = !model.isRefreshing() || dice.chance(85);
+    const auto& operation = Operations::all()[goesOn ? step.operation : Operations::kRefresh];
     words = operation.name + std::string(": ");
     differences.clear();
     ++tally[operation.name];
@@ -498,7 +489,7 @@ std::string World::run(const Step& step) {
     model.setOrder(std::move(order));
     const bool fails = operation.mayFail && dice.chance(20);
     const FaultKind kind = dice.pick(kKinds);
-    const unsigned skip = dice.below(4);
+    const unsigned skip = dice.chance(70) ? 0 : dice.below(4);
     const bool hit = fails && (operation.mayGoDown || kind != FaultKind::kGoDown);
     if (hit) {
         words += "(fault " + std::to_string(static_cast<int>(kind)) + " after " +
@@ -521,6 +512,8 @@ std::string World::run(const Step& step) {
         auto& [key, real] = keys[checked++ % keys.size()];
         const auto expected = model.getProfile(key);
         const auto actual = manager.getProfile(real);
+        tally["keys that are good"] += expected.has_value();
+        ++tally["keys looked at"];
         compare("profile of a key", expected ? dumpParams(*expected) : "none",
                 actual ? actual->dump() : "none");
     }
@@ -549,14 +542,23 @@ void World::compare(const char* what, std::vector<std::string> expected,
                     std::vector<std::string> actual) {
     std::sort(expected.begin(), expected.end());
     std::sort(actual.begin(), actual.end());
-    if (expected != actual) compare(what, "\n" + joined(expected), "\n" + joined(actual));
+    if (expected == actual) return;
+    std::vector<std::string> missing;
+    std::vector<std::string> extra;
+    std::set_difference(expected.begin(), expected.end(), actual.begin(), actual.end(),
+                        std::back_inserter(missing));
+    std::set_difference(actual.begin(), actual.end(), expected.begin(), expected.end(),
+                        std::back_inserter(extra));
+    differences += std::string("  ") + what + ":\n";
+    for (const auto& line : missing) differences += "    missing: " + line + "\n";
+    for (const auto& line : extra) differences += "    extra:   " + line + "\n";
 }
 
 void World::compareAll() {
     for (const unsigned subscription : {0u, 1u}) {
-        std::string text;
-        for (const auto& profile : modem.profiles(subscription)) text += inWords(profile) + "\n";
-        compare("the modem's profiles", model.modemText(subscription), text);
+        std::vector<std::string> lines;
+        for (const auto& profile : modem.profiles(subscription)) lines.push_back(inWords(profile));
+        compare("the modem's profiles", model.modemLines(subscription), lines);
     }
     auto lines = cacheDump();
     const auto pendingAt = std::find(lines.begin(), lines.end(), "Pending:");
@@ -584,9 +586,10 @@ void World::compareAll() {
     model.errors.clear();
 }
 
-// One of those held, or none.
+// One of those held, mostly of the newest, as older ones have often expired; or none.
 MaybeKey World::drawKey(Dice& dice, std::shared_ptr<IProfileKey>& key) {
-    const unsigned position = dice.below(keys.size() + 1);
+    const size_t newest = dice.chance(70) ? std::min<size_t>(keys.size(), 4) : keys.size();
+    const size_t position = keys.size() - newest + dice.below(newest + 1);
     if (position == keys.size()) {
         words += "no key ";
         return std::nullopt;
