@@ -9,6 +9,7 @@ if(NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
+option(ZEM_COVERAGE "Count the lines and branches that run" OFF)
 # "address,undefined" or "thread"
 set(ZEM_SANITIZE "" CACHE STRING "Sanitizers to build with, as the compiler's -fsanitize takes them")
 
@@ -33,4 +34,9 @@ if(ZEM_SANITIZE)
         zem_build_flags INTERFACE -fsanitize=${ZEM_SANITIZE} -fno-sanitize-recover=all
                                   -fno-omit-frame-pointer -O1 $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     target_link_options(zem_build_flags INTERFACE -fsanitize=${ZEM_SANITIZE})
+endif()
+if(ZEM_COVERAGE)
+    # Counted atomically, as the library has threads.
+    target_compile_options(zem_build_flags INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(zem_build_flags INTERFACE --coverage)
 endif()
