@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "ClientRequestManager.h"
-#include "EventFd.h"
 #include "ProfileCache.h"
+#include "SteppedLoop.h"
 #include "TestLog.h"
 
 namespace zem {
@@ -80,32 +80,6 @@ class ModemTest : public PhoneTest {
         EXPECT_EQ(counters.openClients, 0u);
         EXPECT_EQ(counters.openNotifiers, 0u);
     }
-};
-
-// An event loop that the test itself steps.
-class SteppedLoop {
-  public:
-    SteppedLoop() : mark(EventFd::create()) {
-        loop.addEventHandler(mark.get(), handleMark, this, nullptr, EPOLLIN);
-    }
-    ~SteppedLoop() { loop.removeEventHandler(mark.get()); }
-
-    // Handles all that is pending: the mark, being last, comes last.
-    void pass() {
-        mark.signal();
-        for (marked = false; !marked;) loop.processEvents();
-    }
-
-    EventManager loop;
-
-  private:
-    static void handleMark(int fd, void* arg) {
-        drain(fd, sizeof(uint64_t), LOG_ERROR);
-        static_cast<SteppedLoop*>(arg)->marked = true;
-    }
-
-    EventFd mark;
-    bool marked = false;
 };
 
 inline ProfileParams named(const std::string& name) {

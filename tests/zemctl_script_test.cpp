@@ -10,6 +10,8 @@
 #include <softmodem/SoftModem.h>
 
 #include "command/CommandLine.h"
+#include "output/Secrets.h"
+#include "output/Text.h"
 
 namespace {
 
@@ -172,6 +174,25 @@ TEST(ZemctlScript, NeedsAFileThatItCanRead) {
     EXPECT_THAT(run("", {}, path).err, StartsWith("zemctl: " + path + ":3: 'list' has no option"));
     std::ofstream(path) << kNoKey;
     EXPECT_THAT(run("", {}, path).out, EndsWith(path + ": 1 command, 1 line as expected\n"));
+}
+
+TEST(ZemctlText, EscapedWordIsReadAsItWas) {
+    for (const std::string& word : {std::string(), std::string("a b"), std::string("#a#"),
+                                    std::string("it's \"\\\""), std::string("a\0b", 3)}) {
+        EXPECT_EQ(zemctl::splitWords("add " + zemctl::escaped(word)),
+                  (std::vector<std::string>{"add", word}));
+    }
+}
+
+TEST(ZemctlText, LineIsShownWithAllItsWordsButNoPassword) {
+    const struct {
+        std::string typed, shown;
+    } cases[] = {
+        {"add --apn '' --password x", "add --apn '' --password (hidden)"},
+        {"add --password --password x", "add --password (hidden) (hidden)"},
+        {"modem create 3gpp 'a b.password=x y'", "modem create 3gpp a\\ b.password=(hidden)"},
+    };
+    for (const auto& [typed, shown] : cases) EXPECT_EQ(zemctl::withoutSecretWords(typed), shown);
 }
 
 }  // namespace

@@ -115,15 +115,19 @@ std::string withoutSecretWords(std::string_view line) {
         })) {
         return std::string(line);
     }
+    std::vector<std::string> shown;
+    shown.reserve(words.size());
     for (size_t i = 0; i < words.size(); ++i) {
         const size_t equals = words[i].find('=');
         if (equals != std::string::npos && words[i].rfind(kWord, equals) != std::string::npos) {
-            words[i] = words[i].substr(0, equals + 1) + std::string(kMask);
+            shown.push_back(escaped(words[i].substr(0, equals + 1)).append(kMask));
+        } else if (i > 0 && words[i - 1] == "--password") {
+            shown.emplace_back(kMask);
         } else {
-            words[i] = i > 0 && words[i - 1] == "--password" ? kMask : escaped(words[i]);
+            shown.push_back(escaped(words[i]));
         }
     }
-    return join(words, " ");
+    return join(shown, " ");
 }
 
 }  // namespace zemctl

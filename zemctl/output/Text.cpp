@@ -215,7 +215,7 @@ UnfinishedLine splitUnfinished(std::string_view line) {
             split.inWord = true;
             split.begin = i;
         }
-        if (c == split.quote) {
+        if (split.quote && c == split.quote) {
             split.quote = 0;
         } else if (!split.quote && (c == '\'' || c == '"')) {
             split.quote = c;
@@ -230,6 +230,9 @@ UnfinishedLine splitUnfinished(std::string_view line) {
 
 std::string escaped(std::string_view word) {
     static const std::string_view kSpecial = " \t\r\"'\\";
+    if (word.empty()) {
+        return "''";
+    }
     std::string result;
     for (const char c : word) {
         if (kSpecial.find(c) != std::string_view::npos || (c == '#' && result.empty())) {
