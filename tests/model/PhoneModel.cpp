@@ -50,6 +50,11 @@ bool ipTypeFits(uint64_t held, uint64_t asked, unsigned criteria) {
            ((criteria & kSuperset) && (held & ~asked) == 0) || held == asked;
 }
 
+bool isPersistent(const softmodem::Fields& fields) {
+    const auto flag = fields.find("persistent");
+    return flag != fields.end() && number(flag->second) != 0;
+}
+
 bool isFlagSet(const Settings& settings, std::string_view label) {
     return hasNumber(settings, label, 1);
 }
@@ -119,23 +124,28 @@ std::optional<unsigned> PhoneModel::create(Store& store, Tech tech, std::optiona
 
 bool PhoneModel::modemCreate(Tech tech, std::optional<unsigned> index,
                              const softmodem::Fields& fields) {
-    index = create(store(tech, subscription), tech, index, fields);
+    index = create(store(tech), tech, index, fields);
     if (!index) return false;
     const auto type = static_cast<unsigned>(tech);
     report({{type, *index, kCreate + 1}, {type, *index, kModify + 1}}, {});
     return true;
 }
 
+softmodem::Fields* PhoneModel::stored(Tech tech, int id) {
+    const auto entry = store(tech).find(static_cast<unsigned>(id));
+    return entry == store(tech).end() ? nullptr : &entry->second;
+}
+
 bool PhoneModel::modemModify(Tech tech, unsigned index, const softmodem::Fields& fields) {
-    const auto entry = store(tech, subscription).find(index);
-    if (entry == store(tech, subscription).end()) return false;
-    for (const auto& [name, value] : fields) entry->second[name] = value;
+    auto* const profile = stored(tech, static_cast<int>(index));
+    if (!profile) return false;
+    for (const auto& [name, value] : fields) (*profile)[name] = value;
     report({{static_cast<unsigned>(tech), index, kModify + 1}}, {});
     return true;
 }
 
 bool PhoneModel::modemDelete(Tech tech, unsigned index) {
-    if (store(tech, subscription).erase(index) == 0) return false;
+    if (store(tech).erase(index) == 0) return false;
     report({{static_cast<unsigned>(tech), index, kDelete + 1}}, {});
     return true;
 }
@@ -158,13 +168,10 @@ void PhoneModel::modemDown() {
 void PhoneModel::modemUp() {
     if (up) return;
     up = true;
-    for (auto& subscription : stores) {
-        for (auto& store : subscription) {
+    for (auto& both : stores) {
+        for (auto& store : both) {
             for (auto entry = store.begin(); entry != store.end();) {
-                const auto persistent = entry->second.find("persistent");
-                const bool stays =
-                    persistent != entry->second.end() && number(persistent->second) != 0;
-                entry = stays ? std::next(entry) : store.erase(entry);
+                entry = isPersistent(entry->second) ? std::next(entry) : store.erase(entry);
             }
         }
     }
@@ -198,15 +205,11 @@ void PhoneModel::settle() {
 PhoneModel::MaybeEntry PhoneModel::read(Tech tech, int id) {
     const softmodem::Fields* fields = nullptr;
     const bool done = send("ZAP_WDS_GET_PROFILE_SETTINGS_REQ_V01 message", [&](auto&) {
-        const auto entry = store(tech, subscription).find(static_cast<unsigned>(id));
-        if (entry == store(tech, subscription).end() || !client.bound) return false;
-        fields = &entry->second;
-        return true;
+        fields = stored(tech, id);
+        return fields && client.bound;
     });
     if (!done) return std::nullopt;
-    const auto persistent = fields->find("persistent");
-    return Entry{tech, id, fromFields(tech, *fields),
-                 persistent != fields->end() && number(persistent->second) != 0};
+    return Entry{tech, id, fromFields(tech, *fields), isPersistent(*fields)};
 }
 
 void PhoneModel::readAll() {
@@ -214,7 +217,7 @@ void PhoneModel::readAll() {
     for (const Tech tech : {Tech::k3gpp, Tech::k3gpp2}) {
         std::vector<unsigned> listed;
         const bool done = send("ZAP_WDS_GET_PROFILE_LIST_REQ_V01 message", [&](auto&) {
-            for (const auto& entry : store(tech, subscription)) listed.push_back(entry.first);
+            for (const auto& entry : store(tech)) listed.push_back(entry.first);
             return client.bound;
         });
         if (!done) break;
@@ -305,7 +308,7 @@ PhoneModel::MaybeEntry* PhoneModel::lookUp(const MaybeKey& key, bool isError) {
 bool PhoneModel::deleteOnModem(Tech tech, int id) {
     return send("ZAP_WDS_DELETE_PROFILE_REQ_V01 message", [&](auto& changes) {
         changes = {{static_cast<unsigned>(tech), static_cast<unsigned>(id), kDelete + 1}};
-        return client.bound && store(tech, subscription).erase(static_cast<unsigned>(id)) == 1;
+        return client.bound && store(tech).erase(static_cast<unsigned>(id)) == 1;
     });
 }
 
@@ -326,7 +329,7 @@ MaybeKey PhoneModel::addProfile(const Settings& params, bool persistent, unsigne
     fields["persistent"] = persistent ? 1u : 0u;
     const bool done = send("ZAP_WDS_CREATE_PROFILE_REQ_V01 message", [&](auto& changes) {
         if (!client.bound) return false;
-        const auto index = create(store(tech, subscription), tech, {}, fields);
+        const auto index = create(store(tech), tech, {}, fields);
         if (!index) return false;
         entry.id = static_cast<int>(*index);
         changes = {{techNumber, *index, kCreate + 1}, {techNumber, *index, kModify + 1}};
@@ -347,10 +350,11 @@ bool PhoneModel::modifyProfile(const Settings& params, const MaybeKey& key) {
     const Settings changes = wantedBy(params, entry.settings, entry.tech);
     if (changes.empty()) return true;
     const bool done = send("ZAP_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01 message", [&](auto& reported) {
-        const auto stored = store(entry.tech, subscription).find(static_cast<unsigned>(entry.id));
-        if (!client.bound || stored == store(entry.tech, subscription).end()) return false;
-        for (auto& [name, value] : toFields(entry.tech, changes)) stored->second[name] = value;
-        reported = {{static_cast<unsigned>(entry.tech), stored->first, kModify + 1}};
+        auto* const profile = client.bound ? stored(entry.tech, entry.id) : nullptr;
+        if (!profile) return false;
+        for (auto& [name, value] : toFields(entry.tech, changes)) (*profile)[name] = value;
+        reported = {
+            {static_cast<unsigned>(entry.tech), static_cast<unsigned>(entry.id), kModify + 1}};
         return true;
     });
     if (!done) {
@@ -715,8 +719,7 @@ void PhoneModel::updateApnTypes(std::vector<Settings> entries) {
     names.max_load_factor(1.0F);
     for (Settings& entry : entries) {
         if (const Value* name = find(entry, "ApnName")) {
-            std::string lower = text(*name);
-            for (char& c : lower) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+            const std::string lower = lowered(text(*name));
             entry["ApnName"] = lower;
             names.insert(lower);
         }
@@ -747,10 +750,10 @@ void PhoneModel::updateApnTypes(std::vector<Settings> entries) {
 
 // --- What must be seen ---
 
-std::vector<std::string> PhoneModel::modemLines(unsigned subscription) const {
+std::vector<std::string> PhoneModel::modemLines(unsigned which) const {
     std::vector<std::string> lines;
     for (const Tech tech : {Tech::k3gpp, Tech::k3gpp2}) {
-        for (const auto& [index, fields] : stores[subscription][static_cast<size_t>(tech)])
+        for (const auto& [index, fields] : stores[which][static_cast<size_t>(tech)])
             lines.push_back(inWords({tech, index, fields}));
     }
     return lines;

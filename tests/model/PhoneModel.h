@@ -80,7 +80,7 @@ class PhoneModel {
     void settle();
 
     // What must be seen then.
-    std::vector<std::string> modemLines(unsigned subscription) const;
+    std::vector<std::string> modemLines(unsigned which) const;
     std::vector<std::string> cacheLines() const;    // in no order
     std::vector<std::string> pendingLines() const;  // in no order
     bool hasClient() const { return client.open; }
@@ -125,9 +125,9 @@ class PhoneModel {
 
     template <class CarryOut>
     bool send(const char* name, CarryOut carryOut);
-    Store& store(Tech tech, unsigned subscription) {
-        return stores[subscription][static_cast<size_t>(tech)];
-    }
+    // Of the subscription that the library has.
+    Store& store(Tech tech) { return stores[subscription][static_cast<size_t>(tech)]; }
+    softmodem::Fields* stored(Tech tech, int id);
     std::optional<unsigned> create(Store& store, Tech tech, std::optional<unsigned> index,
                                    const softmodem::Fields& fields);
     void report(const std::vector<Change>& changes, std::optional<FaultKind> met);

@@ -151,7 +151,7 @@ struct WireField {
     const char* name;
     Way to;
     Way from;
-    size_t capacity = 0;  // of a text; one that is never read back has the other sign
+    size_t capacity = 0;  // of a text
     bool readBack = true;
 };
 
@@ -186,14 +186,14 @@ const WireField kWire[] = {
     {"IsClatEnabled", Tech::k3gpp2, "clat_enabled", flag, flag},
 };
 
+}  // namespace
+
 std::string lowered(std::string name) {
     for (char& c : name) {
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     }
     return name;
 }
-
-}  // namespace
 
 const Value* find(const Settings& settings, std::string_view label) {
     const auto entry = settings.find(label);

@@ -27,6 +27,7 @@ inline const std::string& text(const Value& value) {
 const Value* find(const Settings& settings, std::string_view label);
 bool hasNumber(const Settings& settings, std::string_view label, uint64_t value);
 
+std::string lowered(std::string name);
 // Cut to 150 characters and in lower case.
 std::string toApnName(const std::string& name);
 uint64_t toWireMask(uint64_t apnTypes);
