@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "model/World.h"
+#include "World.h"
 
 namespace zem::model {
 namespace {
