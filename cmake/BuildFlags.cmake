@@ -9,6 +9,7 @@ if(NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
+option(ZEM_WARNINGS_AS_ERRORS "Stop at warnings; OFF for compilers that warn of more" ON)
 option(ZEM_COVERAGE "Count the lines and branches that run" OFF)
 # "address,undefined" or "thread"
 set(ZEM_SANITIZE "" CACHE STRING "Sanitizers to build with, as the compiler's -fsanitize takes them")
@@ -24,7 +25,7 @@ target_compile_options(
               -Wconversion
               -Wno-sign-conversion # which clang alone counts among the former
               -Wformat=2
-              -Werror
+              $<$<BOOL:${ZEM_WARNINGS_AS_ERRORS}>:-Werror>
               $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
               $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
               $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
