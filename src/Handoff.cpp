@@ -23,6 +23,9 @@ int Handoff::open() {
 }
 
 EventFd Handoff::close() {
+    // Outlives the lock. A request that the loop has not heard may own the last reference to a key,
+    // which owns this in turn: neither would ever go.
+    std::shared_ptr<ClientRequest> unheard;
     MutexLock lock(mutex);
     EventFd last = std::move(requestFd);  // a later caller's write fails
     // An event that is already in the loop's hands would find the descriptor gone, or a stranger's.
@@ -30,6 +33,7 @@ EventFd Handoff::close() {
     while (signalled && EventManager::isApprovedFd(last.get())) lock.wait(drained, kApprovalCheck);
     if (signalled) last.release();
     closed = true;
+    unheard.swap(requestSlot);
     answered.notify_all();
     return last;
 }
