@@ -70,17 +70,6 @@ class PhoneTest : public testing::Test {
     RecordedLog log;
 };
 
-// The same, and no handle left open at the end.
-class ModemTest : public PhoneTest {
-  protected:
-    ~ModemTest() override {
-        EXPECT_TRUE(modem.waitUntilIdle());
-        const auto counters = modem.counters();
-        EXPECT_EQ(counters.openClients, 0u);
-        EXPECT_EQ(counters.openNotifiers, 0u);
-    }
-};
-
 // A phone with the manager of the process in it.
 class ManagedPhoneTest : public PhoneTest {
   protected:
@@ -158,32 +147,6 @@ class ManagedPhoneTest : public PhoneTest {
         }
         return lines;
     }
-};
-
-// An event loop that the test itself steps.
-class SteppedLoop {
-  public:
-    SteppedLoop() : mark(EventFd::create()) {
-        loop.addEventHandler(mark.get(), handleMark, this, nullptr, EPOLLIN);
-    }
-    ~SteppedLoop() { loop.removeEventHandler(mark.get()); }
-
-    // Handles all that is pending: the mark, being last, comes last.
-    void pass() {
-        mark.signal();
-        for (marked = false; !marked;) loop.processEvents();
-    }
-
-    EventManager loop;
-
-  private:
-    static void handleMark(int fd, void* arg) {
-        drain(fd, sizeof(uint64_t), LOG_ERROR);
-        static_cast<SteppedLoop*>(arg)->marked = true;
-    }
-
-    EventFd mark;
-    bool marked = false;
 };
 
 inline ProfileParams named(const std::string& name) {

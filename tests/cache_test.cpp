@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kExpired[] = "ProfileCache: token is not present or expired";
 
-class CacheTest : public ModemTest {
+class CacheTest : public PhoneTest {
   protected:
     CacheTest()
         : cache(stepped.loop, 0,
@@ -39,7 +39,7 @@ class CacheTest : public ModemTest {
     }
 
     void settle() {
-        ModemTest::settle(log, [this] { stepped.pass(); });
+        PhoneTest::settle(log, [this] { stepped.pass(); });
     }
 
     std::shared_ptr<ProfileKey> add(const AddProfileParams& params) {

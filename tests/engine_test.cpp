@@ -35,7 +35,7 @@ class ForeignKey : public IProfileKey {
     std::string dump() override { return "foreign"; }
 };
 
-class EngineTest : public ModemTest {
+class EngineTest : public PhoneTest {
   protected:
     ~EngineTest() override {
         modem.clearFaults();
@@ -49,7 +49,7 @@ class EngineTest : public ModemTest {
 
     // A request that is answered after all events that came before it.
     void settle() {
-        ModemTest::settle(
+        PhoneTest::settle(
             log, [this] { engine->processClientRequest(std::make_shared<GetRequest>(nullptr)); });
     }
 

@@ -10,7 +10,7 @@
 namespace zem {
 namespace {
 
-class ManagerTest : public ModemTest {
+class ManagerTest : public PhoneTest {
   protected:
     void init(int instance = 0) {
         manager.init(instance, true);
@@ -24,7 +24,7 @@ class ManagerTest : public ModemTest {
     }
 
     void settle() {
-        ModemTest::settle(*recorder, [this] { manager.getProfile(nullptr); });
+        PhoneTest::settle(*recorder, [this] { manager.getProfile(nullptr); });
     }
 
     Manager manager;

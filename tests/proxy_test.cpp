@@ -10,7 +10,7 @@
 namespace zem {
 namespace {
 
-class ProxyTest : public ModemTest {
+class ProxyTest : public PhoneTest {
   protected:
     void open() {
         proxy = std::make_unique<ZapWdsProxy>(stepped.loop, 2);
@@ -20,7 +20,7 @@ class ProxyTest : public ModemTest {
         changes.clear();
     }
     void settle() {
-        ModemTest::settle(log, [this] { stepped.pass(); });
+        PhoneTest::settle(log, [this] { stepped.pass(); });
     }
 
     SteppedLoop stepped;
