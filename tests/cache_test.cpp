@@ -307,13 +307,14 @@ TEST_F(CacheTest, ListenersRunWhenTheProfileObjectGoes) {
         int live = 0;
         int dead = 0;
         key->registerExpirationListener([&live] { ++live; });
-        gone->registerExpirationListener([&dead] { ++dead; });
+        const auto owned = std::make_shared<int>();
+        gone->registerExpirationListener([&dead, owned] { ++dead; });
         gone.reset();
+        EXPECT_EQ(owned.use_count(), 1);  // the listener goes with its key's release
         each.act(other);
         settle();
         EXPECT_EQ(live, each.runs ? 1 : 0);
         EXPECT_EQ(dead, 0);
-        // The released key's listener went with its release, so that this one runs no second time.
         cache.remove(key);
         settle();
         key.reset();
@@ -403,8 +404,12 @@ TEST_F(CacheTest, RefreshClearsFirstAndTakesNewTokens) {
     modem.createProfileAt({Tech::k3gpp2, 3, {{"apn_string_3gpp2", "b"}}});
     settle();
     auto key = cache.filter(FilterProfileParams(named("a"))).front();
+    modem.clearRequests();
+    size_t requestsBefore = 1;
+    key->registerExpirationListener([&] { requestsBefore = modem.requests().size(); });
     log.clear();
     EXPECT_TRUE(cache.refresh());
+    EXPECT_EQ(requestsBefore, 0u);
     EXPECT_EQ(log.count(LOG_API, "Refreshed Profiles:"), 1u);
     EXPECT_EQ(log.count(LOG_API, "TechType=3GPP2,ProfileId=3,ApnName=b,"), 1u);
     EXPECT_FALSE(cache.get(key));

@@ -253,6 +253,7 @@ TEST_F(EngineTest, ThousandEnginesBuiltAndAtOnceDestroyedLeaveNothing) {
     ASSERT_TRUE(modem.waitUntilIdle());
     EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
     EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    for (int fd = 0; fd < 1000; ++fd) EXPECT_FALSE(EventManager::isApprovedFd(fd)) << fd;
 }
 
 TEST_F(EngineTest, EngineMayEndWhileACallIsUnderWay) {

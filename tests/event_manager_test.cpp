@@ -137,6 +137,7 @@ TEST_F(EventManagerTest, HangUpOrInputOfUnapprovedDescriptorRemovesAndClosesIt) 
                  hangsUp ? "' sent HUP." : " is not on the approved list, cannot process event");
         EXPECT_TRUE(log.contains(LOG_INFO, line));
     }
+    EXPECT_EQ(log.count("Cannot remove event handler"), 2u);  // only that of -1, from the callback
 }
 
 TEST_F(EventManagerTest, OtherEventsAreNamedInOrderAndLeaveTheDescriptorRegistered) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
@@ -141,21 +142,25 @@ TEST(LocalLogBufferTest, LineHasLocalTimeInMillisecondsThenNameThenMessage) {
     tzset();
     setenv("TZ", "TST-05:30", 1);  // 5:30 ahead of UTC, which no default is
     LocalLogBuffer buffer("radio", 5);
-    const auto now = [] {  // time() lags behind the precise clock
-        return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    const auto now = [] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+            .count();
     };
+    while (now() % 1000 < 100) std::this_thread::yield();  // until the milliseconds have all digits
 
-    const time_t before = now();
+    const auto before = now();
     buffer.addLogWithTimestamp("say 100% of it");
-    const time_t after = now();
+    const auto after = now();
     unsetenv("TZ");
 
     const std::string line = buffer.getLogs().at(0);
     EXPECT_THAT(line, MatchesRegex("    [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
                                    "\\.[0-9]{3} \\[radio\\]say 100% of it"));
     tm fields = {};
-    EXPECT_NE(strptime(line.c_str(), " %Y-%m-%d %H:%M:%S", &fields), nullptr);
-    const time_t told = timegm(&fields) - 330L * 60;
+    const char* const rest = strptime(line.c_str(), " %Y-%m-%d %H:%M:%S", &fields);
+    ASSERT_NE(rest, nullptr);
+    const auto told = (timegm(&fields) - 330L * 60) * 1000 + strtol(rest + 1, nullptr, 10);
     EXPECT_GE(told, before);
     EXPECT_LE(told, after);
     EXPECT_EQ(buffer.getName(), "radio");
