@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <zem/EventManager.h>
@@ -17,6 +18,7 @@
 #include <thread>
 #include <utility>
 
+#include "AdbWriter.h"
 #include "CapturedStream.h"
 #include "EventFd.h"
 #include "TestLog.h"
@@ -322,6 +324,36 @@ TEST_F(RunningEventManagerTest, InterruptedWaitIsLoggedAndTheLoopGoesOn) {
 
     EXPECT_TRUE(log.contains(LOG_ERROR, "epoll_wait error"));
     EXPECT_TRUE(turnsWhenWoken());
+}
+
+TEST_F(EventManagerTest, WakeThatCannotBeWrittenIsLogged) {
+    // The descriptor is the one that the loop watches first.
+    const std::string added = "EventManager::addEventHandler(int ";
+    RecordedLog fresh;
+    EventManager loop;
+    const int fd = std::stoi(fresh.lines().at(0).text.substr(added.size()));
+    const uint64_t full = ~uint64_t{1};
+    ASSERT_EQ(write(fd, &full, sizeof full), 8);
+    const CapturedStream console(STDOUT_FILENO);
+    loop.wake();
+    EXPECT_TRUE(fresh.contains(LOG_INFO,
+                               "Error in writing rv: -1, error: Resource temporarily unavailable"));
+}
+
+TEST(EventManagerDeathTest, ProcessEndsWhenDescriptorsHaveRunOut) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto buildWithOnly = [](rlim_t descriptors) {
+        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
+        const int lowestFree = dup(STDIN_FILENO);
+        close(lowestFree);
+        const rlim_t limit = static_cast<rlim_t>(lowestFree) + descriptors;
+        const rlimit few = {limit, limit};
+        setrlimit(RLIMIT_NOFILE, &few);
+        const EventManager loop;
+    };
+    EXPECT_EXIT(buildWithOnly(0), testing::KilledBySignal(SIGABRT), "Cannot create epoll instance");
+    EXPECT_EXIT(buildWithOnly(1), testing::KilledBySignal(SIGABRT),
+                "Cannot create eventfd instance");
 }
 
 }  // namespace
