@@ -66,8 +66,10 @@ Failure minimise(Steps steps, Failure failure) {
 TEST(ModelTest, LibraryAndModelAgreeAfterEveryStepOfRandomSequences) {
     const unsigned long wanted = fromEnvironment("ZEM_MODEL_STEPS", 20000);
     const unsigned long seed = fromEnvironment("ZEM_MODEL_SEED", 1);
+    const bool isLong = wanted > 20000;
     Tally tally;
     for (unsigned long done = 0; done < wanted; done += kStepsOfSequence) {
+        if (isLong && done % 100000 == 0) fprintf(stderr, "%lu steps\n", done);
         const Steps steps = drawSteps(seed + done / kStepsOfSequence, kStepsOfSequence);
         if (const auto failure = play(steps, tally)) {
             const Failure least = minimise(steps, *failure);
@@ -79,7 +81,7 @@ TEST(ModelTest, LibraryAndModelAgreeAfterEveryStepOfRandomSequences) {
         if (wanted >= 5000) {
             EXPECT_GT(count, 0u) << what;
         }
-        if (wanted > 20000) printf("%10lu %s\n", count, what.c_str());
+        if (isLong) printf("%10lu %s\n", count, what.c_str());
     }
 }
 
