@@ -114,8 +114,9 @@ void tryCriteria(Input& input) {
 std::shared_ptr<IProfileKey> drawKey(Input& input, unsigned& released) {
     if (input.rarely(4)) return nullptr;
     const auto token = input.number<uint64_t>();
+    const auto tech = TechType(input.small());
     return std::make_shared<ProfileKey>(
-        TechType(input.small()), static_cast<int>(input.small()), token,
+        tech, static_cast<int>(input.small()), token,
         [&released, token](const std::shared_ptr<ClientRequest>& request) {
             const auto* callback = dynamic_cast<const CallbackRequest*>(request.get());
             require(callback && callback->getReleaseToken() == token, "a key names its token");
@@ -140,8 +141,8 @@ void tryEnvelopes(Input& input) {
                     envelope.dump());
         };
         const auto status = Status(input.small());
-        const AddProfileParams add(drawRecord<ProfileParams>(input), input.flag(),
-                                   TechType(input.small()), input.flag());
+        const AddProfileParams add{drawRecord<ProfileParams>(input), input.flag(),
+                                   TechType(input.small()), input.flag()};
         const auto modify = drawRecord<ModifyProfileParams>(input);
         const FilterProfileParams filter = drawFilter(input);
         checkDumped(AddRequest(add), add.dump());
