@@ -1,4 +1,4 @@
-// Replay: runs a target without a fuzzer. A folder's files are run as they stand and then two
+// Replay: runs a target without a fuzzer. A folder's files are run as they stand and then a
 // thousand times altered, the same way each time; a file is run alone, and once.
 //
 //   fuzz_modem fuzz/corpus/modem
@@ -25,7 +25,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr size_t kAltered = 2000;
+constexpr size_t kAltered = 1000;
 constexpr size_t kLongest = 4096;
 
 Bytes read(const std::filesystem::path& path) {
