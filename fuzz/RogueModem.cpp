@@ -58,11 +58,9 @@ void check(unsigned messageId, const void* request, unsigned length, unsigned ro
         case ZAP_WDS_GET_PROFILE_SETTINGS_REQ_V01:
             return require((copyOf<uint64_t>(request) & ~uint64_t{0xFF00000001}) == 0,
                            "a request names a known family and an index");
-        case ZAP_WDS_GET_PROFILE_LIST_REQ_V01: {
-            const auto list = copyOf<ListRequest>(request);
-            return require(list.profile_type_valid == 1 && list.profile_type <= 1,
+        case ZAP_WDS_GET_PROFILE_LIST_REQ_V01:
+            return require((copyOf<uint64_t>(request) & ~uint64_t{0x100000000}) == 1,
                            "a list is asked for of a known family");
-        }
     }
 }
 
@@ -88,6 +86,7 @@ RogueModem::Handle& RogueModem::known(zap_client_handle handle) {
 
 // A call that fails may leave anything behind.
 int RogueModem::open(const Handle& handle, zap_client_handle* out) {
+    require(handles.empty(), "a handle is given back before another is opened");
     const bool refused = refuses();
     *out = reinterpret_cast<zap_client_handle>(++newest);  // NOLINT(performance-no-int-to-ptr)
     if (!refused) handles.emplace(*out, handle);
@@ -136,7 +135,14 @@ void RogueModem::notify() {
 
 void RogueModem::fail() {
     const auto [id, handle] = drawHandle(&Handle::fail);
-    if (handle.fail) handle.fail(id, static_cast<int>(input.small()), handle.user);
+    if (!handle.fail) return;
+    known(id).failed = true;
+    handle.fail(id, static_cast<int>(input.small()), handle.user);
+}
+
+bool RogueModem::atRest() const {
+    return undecoded.empty() && std::none_of(handles.begin(), handles.end(),
+                                             [](const auto& entry) { return entry.second.failed; });
 }
 
 void RogueModem::indicate() {

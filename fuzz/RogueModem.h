@@ -26,8 +26,9 @@ class RogueModem {
     void fail();
     void indicate();
 
-    // Whether every indication that came has been looked at; those without bytes never are.
-    bool allDecoded() const { return undecoded.empty(); }
+    // Whether every indication that came has been looked at, but for those without bytes, and every
+    // client that failed was given back.
+    bool atRest() const;
     // The one who was to look at them is gone.
     void forgetIndications() { undecoded.clear(); }
 
@@ -43,6 +44,7 @@ class RogueModem {
         zap_ind_cb indicate = nullptr;
         zap_error_cb fail = nullptr;
         void* user = nullptr;
+        bool failed = false;
     };
     static RogueModem& instance();
     bool refuses() { return input.rarely(16); }

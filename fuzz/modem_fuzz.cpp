@@ -27,36 +27,48 @@ using Key = std::shared_ptr<ProfileKey>;
 
 constexpr size_t kLongestLine = 511;
 
-// Makes every line be formatted.
+// Makes every line be formatted, and counts the echoes that a cache absorbs.
 class Writer : public LogWriter {
   public:
+    explicit Writer(unsigned& absorbedEchoes) : absorbed(absorbedEchoes) {}
+
     void write(LogLevel, std::string, std::string message) override {
         require(message.size() <= kLongestLine, "a line is cut");
+        if (message == "ProfileCache: pending transaction confirmed") ++absorbed;
     }
     int convertPrio(LogLevel) override { return 0; }
+
+  private:
+    unsigned& absorbed;
 };
 
 class Phone {
   public:
-    explicit Phone(Input& choices) : input(choices), modem(choices) { boot(); }
+    explicit Phone(Input& choices) : input(choices), modem(choices) {
+        LogWrapper::getInstance().setLogWriter(std::make_unique<Writer>(absorbed));
+        boot();
+    }
 
     ~Phone() {
         if (input.flag()) keys.clear();
         cache.reset();
         keys.clear();
+        LogWrapper::getInstance().setLogWriter(nullptr);
         require(released == handedOut, "every key is given back once");
     }
 
     void add() {
-        const AddProfileParams params(drawRecord<ProfileParams>(input), input.flag(),
+        // In braces, which take from the input in the order that they are written in.
+        const AddProfileParams params{drawRecord<ProfileParams>(input), input.flag(),
                                       TechType(input.rarely(16) ? input.small() : input.flag()),
-                                      input.flag());
+                                      input.flag()};
         const unsigned before = modem.counts[ZAP_WDS_CREATE_PROFILE_REQ_V01].succeeded;
         const Key key = keep(cache->add(params));
         require(
             (key != nullptr) == (modem.counts[ZAP_WDS_CREATE_PROFILE_REQ_V01].succeeded > before),
             "a profile that the modem has made has a key, and no other");
         require(!key || key->getTechType() == params.getTechType(), "a key knows its technology");
+        if (key && !params.getIsPersistent()) ownTransient[key->getToken()] = reads();
     }
 
     void modify() {
@@ -113,12 +125,27 @@ class Phone {
 
     void dropKey() {
         if (keys.empty()) return;
-        const auto key = keys.begin() + static_cast<ptrdiff_t>(input.upTo(255) % keys.size());
-        const Key last = std::move(*key);
-        keys.erase(key);
+        const auto place = keys.begin() + static_cast<ptrdiff_t>(input.upTo(255) % keys.size());
+        Key key = std::move(*place);
+        keys.erase(place);
+        const uint64_t token = key->getToken();
+        const bool last = std::none_of(
+            keys.begin(), keys.end(), [&](const Key& other) { return other->getToken() == token; });
+        const auto own = ownTransient.find(token);
+        const bool mustGo = last && !refreshing && own != ownTransient.end() && isLive(key) &&
+                            own->second == reads();
+        const unsigned before = modem.counts[ZAP_WDS_DELETE_PROFILE_REQ_V01].sent;
+        key.reset();
+        const unsigned sent = modem.counts[ZAP_WDS_DELETE_PROFILE_REQ_V01].sent - before;
+        require(sent <= 1 && (last || sent == 0), "the last key alone takes its profile with it");
+        require(!mustGo || sent == 1, "the last key takes its transient profile with it");
+        if (last || refreshing) ownTransient.erase(token);
     }
 
-    void dropAllKeys() { keys.clear(); }
+    void dropAllKeys() {
+        keys.clear();
+        ownTransient.clear();
+    }
 
     void listen() {
         const Key key = drawKey();
@@ -136,11 +163,10 @@ class Phone {
 
     void refresh() {
         const std::map<uint64_t, bool> before = entries;
-        const unsigned reads = modem.counts[ZAP_WDS_GET_PROFILE_SETTINGS_REQ_V01].sent;
+        const unsigned readsBefore = reads();
         require(cache->refresh(), "a refresh always answers");
         readDump();
-        require(entries.size() == modem.counts[ZAP_WDS_GET_PROFILE_SETTINGS_REQ_V01].sent - reads,
-                "every listed profile is entered");
+        require(entries.size() == reads() - readsBefore, "every listed profile is entered");
         for (const auto& [token, profile] : before) {
             require(entries.count(token) == 0, "a refresh expires every token");
         }
@@ -161,8 +187,8 @@ class Phone {
         int passes = 0;
         do {
             stepped.pass();
-            require(++passes < kMostPasses, "no indication is forgotten");
-        } while (!modem.allDecoded());
+            require(++passes < kMostPasses, "no indication is forgotten, and no failed client");
+        } while (!modem.atRest());
     }
 
     void indicate() { modem.indicate(); }
@@ -180,6 +206,8 @@ class Phone {
     // After each operation.
     void check() {
         readDump();
+        require(pending == changesMade() - changesBefore - absorbed,
+                "an echo is expected of each change that the modem made, and absorbed once");
         for (const auto& listener : listeners) {
             const auto key = listener->key.lock();
             if (!key) continue;
@@ -200,8 +228,19 @@ class Phone {
         }
     };
 
+    unsigned reads() { return modem.counts[ZAP_WDS_GET_PROFILE_SETTINGS_REQ_V01].sent; }
+
+    // Each as often as the modem reports it.
+    unsigned changesMade() {
+        return 2 * modem.counts[ZAP_WDS_CREATE_PROFILE_REQ_V01].succeeded +
+               modem.counts[ZAP_WDS_MODIFY_PROFILE_SETTINGS_REQ_V01].succeeded +
+               modem.counts[ZAP_WDS_DELETE_PROFILE_REQ_V01].succeeded;
+    }
+
     void boot() {
         entries.clear();
+        changesBefore = changesMade();
+        absorbed = 0;
         refreshing = false;
         ++engine;
         cache.emplace(stepped.loop, static_cast<int>(input.upTo(15)),
@@ -252,11 +291,12 @@ class Phone {
     // The tokens of the cache as its dump shows them, each with whether it has a profile.
     void readDump() {
         const std::vector<std::string> lines = cache->dump();
-        const auto pending = std::find(lines.begin(), lines.end(), "Pending:");
-        require(lines.front() == "Cache:" && pending != lines.end(), "a dump has its two titles");
+        const auto title = std::find(lines.begin(), lines.end(), "Pending:");
+        require(lines.front() == "Cache:" && title != lines.end(), "a dump has its two titles");
+        pending = static_cast<unsigned>(lines.end() - title - 1);
         std::map<uint64_t, bool> now;
         uint64_t highest = newestToken;
-        for (auto line = lines.begin() + 1; line != pending; ++line) {
+        for (auto line = lines.begin() + 1; line != title; ++line) {
             char* end = nullptr;
             const uint64_t token = strtoull(line->c_str() + 2, &end, 10);
             require(line->rfind("  ", 0) == 0 && std::string(end).rfind(": ", 0) == 0,
@@ -281,6 +321,12 @@ class Phone {
     std::list<std::shared_ptr<Listener>> listeners;
     unsigned handedOut = 0;
     unsigned released = 0;
+    unsigned pending = 0;        // echoes, as the dump shows them
+    unsigned absorbed = 0;       // by this cache
+    unsigned changesBefore = 0;  // this cache
+    // Of profiles whose every key was counted, by token: the reads when it was made. One that was
+    // read again is the modem's.
+    std::map<uint64_t, unsigned> ownTransient;
     std::map<uint64_t, bool> entries;
     uint64_t newestToken = ProfileCache::generateToken();
 };
@@ -299,15 +345,11 @@ constexpr void (Phone::*kOperations[])() = {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace zem::fuzz;
     constexpr int kMostOperations = 64;
-    zem::LogWrapper::getInstance().setLogWriter(std::make_unique<Writer>());
-    {
-        Input input(data, size);
-        Phone phone(input);
-        for (int i = 0; i < kMostOperations && !input.empty(); ++i) {
-            (phone.*input.oneOf(kOperations))();
-            phone.check();
-        }
+    Input input(data, size);
+    Phone phone(input);
+    for (int i = 0; i < kMostOperations && !input.empty(); ++i) {
+        (phone.*input.oneOf(kOperations))();
+        phone.check();
     }
-    zem::LogWrapper::getInstance().setLogWriter(nullptr);
     return 0;
 }

@@ -1,4 +1,4 @@
-// Replay: runs a target without a fuzzer. A folder's files are run as they stand and then two
+// Replay: runs a target without a fuzzer. A folder's files are run as they stand and then a
 // thousand times altered, the same way each time; a file is run alone, and once.
 //
 //   fuzz_modem fuzz/corpus/modem
@@ -17,7 +17,6 @@
 #include <iterator>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -26,7 +25,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr size_t kAltered = 2000;
+constexpr size_t kAltered = 1000;
 constexpr size_t kLongest = 4096;
 
 Bytes read(const std::filesystem::path& path) {
@@ -34,73 +33,35 @@ Bytes read(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-class Alteration {
-  public:
-    explicit Alteration(const std::vector<Bytes>& inputs) : seeds(inputs) {}
-
-    Bytes next() {
-        Bytes bytes = seeds[upTo(seeds.size() - 1)];
-        for (size_t changes = 1 + upTo(7); changes > 0; --changes) change(bytes);
-        bytes.resize(std::min(bytes.size(), kLongest));
-        bytes.shrink_to_fit();  // so that reading beyond its end is seen
-        return bytes;
-    }
-
-  private:
-    // Not std::uniform_int_distribution, whose numbers are each library's own.
-    size_t upTo(size_t most) { return random() % (most + 1); }
-
-    void change(Bytes& bytes) {
-        const size_t at = upTo(bytes.size());
-        const auto place = bytes.begin() + static_cast<ptrdiff_t>(at);
-        const size_t length = upTo(std::min<size_t>(bytes.size() - at, 16));
-        switch (upTo(4)) {
-            case 0:
-                if (place != bytes.end()) *place ^= static_cast<uint8_t>(1u << upTo(7));
-                break;
-            case 1:
-                if (place != bytes.end()) *place = static_cast<uint8_t>(upTo(255));
-                break;
-            case 2:
-                bytes.insert(place, 1 + upTo(3), static_cast<uint8_t>(upTo(255)));
-                break;
-            case 3:
-                bytes.erase(place, place + static_cast<ptrdiff_t>(length));
-                break;
-            default: {  // the end of another
-                const Bytes& other = seeds[upTo(seeds.size() - 1)];
-                const auto from = static_cast<ptrdiff_t>(upTo(other.size()));
-                bytes.erase(place, bytes.end());
-                bytes.insert(bytes.end(), other.begin() + from, other.end());
-            }
+// An input with some changes; not by std::uniform_int_distribution, whose numbers are each
+// library's own.
+Bytes altered(const std::vector<Bytes>& inputs, std::mt19937& random) {
+    const auto upTo = [&](size_t most) { return static_cast<ptrdiff_t>(random() % (most + 1)); };
+    const auto byte = [&] { return static_cast<uint8_t>(upTo(UINT8_MAX)); };
+    const auto any = [&]() -> const Bytes& {
+        return inputs[static_cast<size_t>(upTo(inputs.size() - 1))];
+    };
+    Bytes bytes = any();
+    for (ptrdiff_t changes = 1 + upTo(7); changes > 0; --changes) {
+        const auto place = bytes.begin() + upTo(bytes.size());
+        const auto behind = static_cast<size_t>(bytes.end() - place);
+        const ptrdiff_t change = upTo(3);
+        if (change == 0 && behind > 0) {
+            *place = byte();
+        } else if (change == 1) {
+            bytes.insert(place, static_cast<size_t>(1 + upTo(3)), byte());
+        } else if (change == 2) {
+            bytes.erase(place, place + upTo(std::min<size_t>(behind, 16)));
+        } else {  // the end of another
+            const Bytes& other = any();
+            bytes.erase(place, bytes.end());
+            bytes.insert(bytes.end(), other.begin() + upTo(other.size()), other.end());
         }
     }
-
-    const std::vector<Bytes>& seeds;
-    std::mt19937 random{1};  // NOLINT: the same inputs each time
-};
-
-// The input that is running, in a file of that name; gone when all went well.
-class KeptInput {
-  public:
-    explicit KeptInput(std::string fileName)
-        : name(std::move(fileName)), fd(open(name.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600)) {}
-    ~KeptInput() {
-        close(fd);
-        std::filesystem::remove(name);
-    }
-    KeptInput(const KeptInput&) = delete;
-    KeptInput& operator=(const KeptInput&) = delete;
-
-    bool keep(const Bytes& bytes) const {
-        return ftruncate(fd, static_cast<off_t>(bytes.size())) == 0 &&
-               pwrite(fd, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size());
-    }
-
-  private:
-    const std::string name;
-    const int fd;
-};
+    bytes.resize(std::min(bytes.size(), kLongest));
+    bytes.shrink_to_fit();  // so that reading beyond its end is seen
+    return bytes;
+}
 
 int runFolder(const std::filesystem::path& folder, const std::string& keptName) {
     std::vector<std::filesystem::path> paths;
@@ -109,19 +70,23 @@ int runFolder(const std::filesystem::path& folder, const std::string& keptName) 
     }
     std::sort(paths.begin(), paths.end());  // so that the same ones are altered the same way
     std::vector<Bytes> inputs;
-    inputs.reserve(paths.size());
-    for (const auto& path : paths) inputs.push_back(read(path));
+    std::transform(paths.begin(), paths.end(), std::back_inserter(inputs), read);
     if (inputs.empty()) {
         fprintf(stderr, "%s: no inputs\n", folder.c_str());
         return 1;
     }
-    const KeptInput kept(keptName);
-    Alteration alteration(inputs);
+    std::mt19937 random(1);  // NOLINT: the same inputs each time
+    const int kept = open(keptName.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     for (size_t i = 0; i < inputs.size() + kAltered; ++i) {
-        const Bytes bytes = i < inputs.size() ? inputs[i] : alteration.next();
-        if (!kept.keep(bytes)) fprintf(stderr, "%s: cannot be written\n", keptName.c_str());
+        const Bytes bytes = i < inputs.size() ? inputs[i] : altered(inputs, random);
+        if (ftruncate(kept, static_cast<off_t>(bytes.size())) != 0 ||
+            pwrite(kept, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+            fprintf(stderr, "%s: cannot be written\n", keptName.c_str());
+        }
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     }
+    close(kept);
+    std::filesystem::remove(keptName);
     printf("%zu inputs, %zu altered ones\n", inputs.size(), kAltered);
     return 0;
 }

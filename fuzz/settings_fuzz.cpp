@@ -147,7 +147,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     require(profile->dump() == before, "reading and comparing changes nothing");
     for (size_t changes = 1 + input.upTo(3); changes > 0; --changes) checkChanges(input, *profile);
     if (input.flag()) {  // also that of the other technology
-        profile->apply(read(zem::TechType(input.flag()), index, drawResponse(input)));
+        const auto otherTech = zem::TechType(input.flag());
+        profile->apply(read(otherTech, index, drawResponse(input)));
     }
     checkRoundTrip(*profile);
     return 0;
