@@ -6,6 +6,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "Modem3gpp2Profile.h"
 #include "ProfileConversions.h"
 #include "TestLog.h"
 #include "WireBytes.h"
@@ -196,6 +197,11 @@ TEST(ConversionsTest, IdentifierHasTypeThenIndexByteAndNoOtherBits) {
 
         EXPECT_EQ(convertToProfileIdentifier(c.techType, c.profileId), c.expected);
         EXPECT_EQ(bytesOf(identifier), u64(c.expected));  // the padding too
+        if (c.techType == TechType::TECH_3GPP2) {
+            Modem3gpp2Profile profile({});
+            profile.setProfileId(c.profileId);
+            EXPECT_EQ(profile.constructProfileIdentifier(), c.expected);
+        }
     }
 }
 

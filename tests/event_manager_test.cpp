@@ -142,6 +142,17 @@ TEST_F(EventManagerTest, HangUpOrInputOfUnapprovedDescriptorRemovesAndClosesIt) 
     EXPECT_EQ(log.count("Cannot remove event handler"), 2u);  // only that of -1, from the callback
 }
 
+TEST_F(EventManagerTest, CloseCallbackMayRemoveItsOwnDescriptor) {
+    closeCalls.action = [&](int fd) {
+        closeCalls.action = nullptr;
+        EXPECT_EQ(manager.removeEventHandler(fd), 1);
+    };
+    manager.addEventHandler(pipe.reader, Calls::record, &closeCalls, Calls::record, EPOLLIN);
+    EXPECT_EQ(manager.removeEventHandler(pipe.reader), 0);
+    EXPECT_TRUE(
+        log.contains(LOG_ERROR, text("handlers.erase for fd ", pipe.reader, ", returned 0!")));
+}
+
 TEST_F(EventManagerTest, OtherEventsAreNamedInOrderAndLeaveTheDescriptorRegistered) {
     const UrgentData urgent;
     Pipe::closeEnd(other.reader);
