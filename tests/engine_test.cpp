@@ -119,6 +119,7 @@ TEST_F(EngineTest, EachRequestGetsItsAnswerAndDuringARefreshItsRefusal) {
         {listen(nullptr), "Callback Failure", "Callback Failure"},
         {std::make_shared<ClientRequest>(ADD), "Add Failure ", "Add Failure "},
         {std::make_shared<ClientRequest>(MODIFY), "Modify Failure", "Modify Failure"},
+        {std::make_shared<ClientRequest>(DELETE), "Delete Failure", "Delete Failure"},
         {std::make_shared<ClientRequest>(FILTER), "Filter Failure ", "Filter Failure "},
         {std::make_shared<ClientRequest>(MATCH), "Match Failure false", "Match Failure false"},
         {std::make_shared<ClientRequest>(GET), "Get Failure ", "Get Failure "},

@@ -4,7 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cctype>
 #include <cstdlib>
+#include <future>
 
 #include "LocalLogBuffer.h"
 #include "TestPhone.h"
@@ -56,6 +58,37 @@ TEST_F(ManagerTest, EveryOperationFailsBeforeInit) {
     EXPECT_EQ(lines[0], "");
     EXPECT_EQ(lines[1], "Logs:");
     EXPECT_NE(lines.back().find("[ZEM]Manager not initialized!"), std::string::npos);
+}
+
+TEST_F(ManagerTest, OperationThatGetsNoAnswerSaysSoAndFails) {
+    init();
+    auto key = manager.addProfile(transient("a"));
+    std::promise<bool> asked;
+    key->registerExpirationListener([&] {  // on the engine's thread, where no call is answered
+        recorder->clear();
+        const bool failed = !manager.addProfile(transient("b")) &&
+                            !manager.modifyProfile({}, key) && !manager.deleteProfile(key) &&
+                            manager.filter({}).empty() && !manager.getProfile(key) &&
+                            !manager.match({}, key);
+        manager.refresh(COMPLETE);
+        asked.set_value(failed);
+    });
+    modem.deleteProfile(Tech::k3gpp, static_cast<unsigned>(key->getProfileId()));
+    EXPECT_TRUE(asked.get_future().get());
+    settle();
+    const char* const operations[] = {"addProfile", "modifyProfile", "deleteProfile", "filter",
+                                      "getProfile", "match",         "refresh"};
+    for (const std::string operation : operations) {
+        std::string response = operation.substr(0, operation.find("Profile")) + "Response";
+        response[0] = static_cast<char>(toupper(response[0]));
+        EXPECT_EQ(recorder->count(LOG_API, "Manager::" + operation + " < "), 1u) << operation;
+        EXPECT_EQ(
+            recorder->count(LOG_ERROR, operation == "getProfile" ? "Error in getProfile"
+                                                                 : "Unable to cast to " + response),
+            1u)
+            << operation;
+    }
+    EXPECT_EQ(recorder->countContaining("ZEM refresh"), 0u);
 }
 
 TEST_F(ManagerTest, OperationsLogTheirQuestionAndAnswer) {

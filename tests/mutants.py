@@ -46,6 +46,7 @@ MUTANTS = [
     ("LogWrapper.cpp", "kMessageSize = 512", "kMessageSize = 511", "logging_test"),
     ("LogWrapper.cpp", "level == LOG_API || level == LOG_ERROR", "level >= LOG_ERROR", "logging_test"),
     ("LogWrapper.cpp", "        const MutexLock lock(mutex);\n        writer", "        writer", ANNOTATIONS),
+    ("Manager.cpp", '"Error in getProfile"', '"Unable to cast to GetResponse"', "manager_test"),
     ("Manager.cpp", "if (status == START) {", "if (status == COMPLETE) {", "manager_test"),
     ("Manager.cpp", "    auto next = std::make_unique<ClientRequestManager>(instance);", "    engine.reset();\n    auto next = std::make_unique<ClientRequestManager>(instance);", "manager_test"),
     ("Manager.cpp", "lines.emplace_back();\n", "", "manager_test"),
