@@ -2,13 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <string_view>
 
 #include "ProfileConversions.h"
 #include "TestLog.h"
-#include "WireBytes.h"
 
 namespace zem {
 namespace {
@@ -78,42 +76,6 @@ TEST(ConversionsTest, ModemValuesBecomeTheLibrarysAndUnknownOnesAreLogged) {
     }
 }
 
-TEST(ConversionsTest, IPTypesGoOutInThreeNumberingsAndUnknownOnesAsDualStack) {
-    const struct {
-        const char* name;
-        uint32_t type, pdn, pdp, common;
-    } cases[] = {{"UNKNOWN, which the common form alone can say", 0, 2, 3, 255},
-                 {"V4", 1, 0, 0, 0},
-                 {"V6", 2, 1, 2, 1},
-                 {"V4V6", 3, 2, 3, 2},
-                 {"4", 4, 2, 3, 2},
-                 {"all ones", kUnknown, 2, 3, 2}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(uint32_t{convertToZapProfilePdnType(IPType(c.type))}, c.pdn);
-        EXPECT_EQ(uint32_t{convertToZapPdpType(IPType(c.type))}, c.pdp);
-        EXPECT_EQ(uint32_t{convertToZapCommonPdpType(IPType(c.type))}, c.common);
-    }
-}
-
-TEST(ConversionsTest, AuthPreferenceKeepsTwoBitsAndAuthProtocolOnlyKnownValues) {
-    const struct {
-        uint32_t value, preference, protocol;
-    } cases[] = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2},   {3, 3, 3},
-                 {4, 0, 0}, {5, 1, 0}, {255, 3, 0}, {kUnknown, 3, 0}};
-    RecordedLog log;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.value);
-        EXPECT_EQ(convertToAuthType(static_cast<unsigned char>(c.value)), AuthType(c.preference));
-        EXPECT_EQ(convertToZapAuthPref(AuthType(c.value)), c.preference);
-        EXPECT_EQ(convertToAuthType(wds_profile_auth_protocol_enum_v01(c.value)),
-                  AuthType(c.protocol));
-        EXPECT_EQ(uint32_t{convertToZapAuthProtocol(AuthType(c.value))}, c.protocol);
-        EXPECT_EQ(uint32_t{convertToZapPdnLevelAuthProtocol(AuthType(c.value))}, c.protocol);
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
 // What each side calls its bits, from the lowest up.
 constexpr std::string_view kOurBits[] = {"default", "mms", "supl", "dun",       "hipri", "fota",
                                          "ims",     "cbs", "ia",   "emergency", "mcx",   "xcap"};
@@ -163,40 +125,6 @@ TEST(ConversionsTest, LowerCaseChangesTheCapitalsOfAsciiAlone) {
     }
 
     EXPECT_EQ(convertToLower(all), expected);
-}
-
-TEST(ConversionsTest, ApnNamesAreCutTo150CharactersInLowerCase) {
-    for (const size_t length : {0u, 1u, 149u, 150u, 151u, 200u}) {
-        SCOPED_TRACE(length);
-        EXPECT_EQ(convertToApnName(std::string(length, 'Q')),
-                  std::string(std::min<size_t>(length, 150), 'q'));
-    }
-}
-
-TEST(ConversionsTest, IdentifierHasTypeThenIndexByteAndNoOtherBits) {
-    const struct {
-        const char* name;
-        TechType techType;
-        int profileId;
-        uint64_t expected;
-    } cases[] = {{"3GPP", TechType::TECH_3GPP, 5, 0x500000000},
-                 {"3GPP2", TechType::TECH_3GPP2, 5, 0x500000001},
-                 {"3GPP2, index 0", TechType::TECH_3GPP2, 0, 1},
-                 {"last index", TechType::TECH_3GPP, 255, 0xFF00000000},
-                 {"index beyond a byte", TechType::TECH_3GPP, 256, 0},
-                 {"no index yet", TechType::TECH_3GPP2, -1, 0xFF00000001},
-                 {"unknown type", TechType(2), 1, 0x100000000},
-                 {"unknown odd type", TechType(3), 1, 0x100000000}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        wds_profile_identifier_type_v01 identifier;
-        memset(&identifier, 0xAA, sizeof identifier);
-
-        convertToProfileIdentifier(c.techType, c.profileId, identifier);
-
-        EXPECT_EQ(convertToProfileIdentifier(c.techType, c.profileId), c.expected);
-        EXPECT_EQ(bytesOf(identifier), u64(c.expected));  // the padding too
-    }
 }
 
 }  // namespace
