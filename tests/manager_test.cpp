@@ -74,6 +74,7 @@ TEST_F(ManagerTest, SecondInitTakesOverAndChangesTheWriter) {
     EXPECT_TRUE(modem.counters().diagOpen);
     manager.init(1, true);
     EXPECT_FALSE(modem.counters().diagOpen);
+    waitForIndications();
     const auto key = manager.addProfile(transient("a"));
     EXPECT_EQ(modem.profiles(1).size(), 1u);
 }
