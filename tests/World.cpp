@@ -198,15 +198,14 @@ struct Operations {
         const Settings params = drawParams(dice, 15);
         w.words += dumpParams(params);
         const bool expected = w.model.modifyProfile(params, modelKey);
-        w.compare(
-            "answer", std::to_string(expected),
-            std::to_string(w.manager.modifyProfile(ModifyProfileParams(toParams(params)), key)));
+        w.compare("answer", expected,
+                  w.manager.modifyProfile(ModifyProfileParams(toParams(params)), key));
     }
 
     static void remove(World& w, Dice& dice) {
         std::shared_ptr<IProfileKey> key;
         const bool expected = w.model.deleteProfile(w.drawKey(dice, key));
-        w.compare("answer", std::to_string(expected), std::to_string(w.manager.deleteProfile(key)));
+        w.compare("answer", expected, w.manager.deleteProfile(key));
     }
 
     static void get(World& w, Dice& dice) {
@@ -224,8 +223,7 @@ struct Operations {
         w.words += toFilter(filter).dump();
         const bool expected = w.model.match(filter, modelKey);
         w.tally["matches"] += expected;
-        w.compare("answer", std::to_string(expected),
-                  std::to_string(w.manager.match(toFilter(filter), key)));
+        w.compare("answer", expected, w.manager.match(toFilter(filter), key));
     }
 
     static void filter(World& w, Dice& dice) {
@@ -301,8 +299,7 @@ struct Operations {
         w.words += std::to_string(id) + " " + dumpParams(params);
         const bool expected = w.model.matchLteAttach(id, params);
         w.tally["attach profiles that match"] += expected;
-        w.compare("answer", std::to_string(expected),
-                  std::to_string(w.util.matchLteAttachProfileId(id, toParams(params))));
+        w.compare("answer", expected, w.util.matchLteAttachProfileId(id, toParams(params)));
     }
 
     static void byApnClass(World& w, Dice& dice) {
@@ -342,8 +339,7 @@ struct Operations {
         const softmodem::Profile changes = {tech, dice.below(6), drawFields(dice, tech)};
         w.words += inWords(changes);
         const bool expected = w.model.modemModify(tech, changes.index, changes.fields);
-        w.compare("answer", std::to_string(expected),
-                  std::to_string(w.modem.modifyProfile(changes, w.model.instance())));
+        w.compare("answer", expected, w.modem.modifyProfile(changes, w.model.instance()));
     }
 
     static void modemDelete(World& w, Dice& dice) {
@@ -351,8 +347,7 @@ struct Operations {
         const unsigned index = dice.below(6);
         w.words += inWords({tech, index, {}});
         const bool expected = w.model.modemDelete(tech, index);
-        w.compare("answer", std::to_string(expected),
-                  std::to_string(w.modem.deleteProfile(tech, index, w.model.instance())));
+        w.compare("answer", expected, w.modem.deleteProfile(tech, index, w.model.instance()));
     }
 
     static void modemIndicate(World& w, Dice& dice) {
@@ -530,6 +525,10 @@ std::string World::finish() {
         compareAll();
     }
     return differences;
+}
+
+void World::compare(const char* what, bool expected, bool actual) {
+    compare(what, std::to_string(expected), std::to_string(actual));
 }
 
 void World::compare(const char* what, const std::string& expected, const std::string& actual) {

@@ -65,6 +65,7 @@ class World {
 
     void settle();
     std::vector<std::string> cacheDump() const;
+    void compare(const char* what, bool expected, bool actual);
     void compare(const char* what, const std::string& expected, const std::string& actual);
     void compare(const char* what, std::vector<std::string> expected,
                  std::vector<std::string> actual);

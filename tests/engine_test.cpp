@@ -1,13 +1,8 @@
 // The engine: its hand-off, its dispatch, its beginning and its end.
 
 #include <dirent.h>
-#include <poll.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <future>
-#include <random>
 #include <thread>
 
 #include "CallbackRequest.h"
@@ -64,8 +59,6 @@ class EngineTest : public PhoneTest {
         return response ? response->getAddProfileKey() : nullptr;
     }
 
-    // A handle to the engine that outlives it, as keys have: taken from a key that is let go at
-    // once.
     std::unique_ptr<ClientRequestManager> engine;
 };
 
@@ -94,24 +87,17 @@ TEST_F(EngineTest, EachRequestGetsItsAnswerAndDuringARefreshItsRefusal) {
     } cases[] = {
         {std::make_shared<AddRequest>(transient("x", TechType(5))), "Add Success ", "Add Failure "},
         {std::make_shared<ModifyRequest>(rename, key), "Modify Success", "Modify Failure"},
-        {std::make_shared<ModifyRequest>(rename, nullptr), "Modify Failure", "Modify Failure"},
         {std::make_shared<ModifyRequest>(rename, foreign), "Modify Failure", "Modify Failure"},
-        {std::make_shared<ModifyRequest>(rename, expired), "Modify Failure", "Modify Failure"},
         {std::make_shared<FilterRequest>(FilterProfileParams(named("none"))), "Filter Success ",
          "Filter Failure "},
         {std::make_shared<MatchRequest>(FilterProfileParams(), key), "Match Success true",
          "Match Failure false"},
-        {std::make_shared<MatchRequest>(FilterProfileParams(named("none")), key),
-         "Match Success false", "Match Failure false"},
         {std::make_shared<MatchRequest>(FilterProfileParams(), expired), "Match Success false",
-         "Match Failure false"},
-        {std::make_shared<MatchRequest>(FilterProfileParams(), nullptr), "Match Failure false",
          "Match Failure false"},
         {std::make_shared<MatchRequest>(FilterProfileParams(), foreign), "Match Failure false",
          "Match Failure false"},
         {std::make_shared<GetRequest>(key),
          "Get Success ApnName=other,IsZemProfile=true,IsIAProfile=false,", "Get Failure "},
-        {std::make_shared<GetRequest>(expired), "Get Failure ", "Get Failure "},
         {std::make_shared<GetRequest>(foreign), "Get Failure ", "Get Failure "},
         {std::make_shared<CallbackRequest>(), "Callback Failure", "Callback Failure"},
         {release(), "Callback Failure", "Callback Failure"},
@@ -269,75 +255,6 @@ TEST_F(EngineTest, EngineMayEndWhileACallIsUnderWay) {
     }
     EXPECT_EQ(log.countContaining("Cannot remove event handler"), 0u);
     EXPECT_EQ(log.countContaining("Error while clearing the read buffer"), 0u);
-}
-
-TEST(HandoffTest, CloseDoesNotWaitForALoopThatNoLongerWatches) {
-    Handoff handoff;
-    pollfd request = {handoff.open(), POLLIN, 0};  // approved for no loop
-    auto waiter = std::async(std::launch::async, [&handoff] {
-        return handoff.call(std::make_shared<GetRequest>(nullptr));
-    });
-    ASSERT_EQ(poll(&request, 1, 10000), 1);
-    EXPECT_EQ(handoff.close().get(), -1);  // such a loop has closed it itself
-    EXPECT_EQ(waiter.get(), nullptr);
-    close(request.fd);
-}
-
-TEST_F(EngineTest, SecondEngineServesWhileKeysOfTheFirstAreHeld) {
-    start();
-    auto old = add("old");
-    auto next = std::make_unique<ClientRequestManager>(0);
-    engine.swap(next);
-    settle();
-    auto key = add("new");
-    next.reset();
-    old.reset();
-    EXPECT_EQ(ask(std::make_shared<GetRequest>(key)).substr(0, 11), "Get Success");
-}
-
-TEST_F(EngineTest, ThousandRestartsInTheMiddleOfRequests) {
-    constexpr int kRestarts = 1000;
-    start();
-    std::atomic<int> restarts{0};
-    std::minstd_rand dice;
-    modem.setRequestHook([&](const softmodem::Request&) {
-        if (restarts < kRestarts && dice() % 8 == 0) {
-            ++restarts;
-            modem.restart();
-        }
-    });
-    std::vector<std::shared_ptr<IProfileKey>> keys;
-    unsigned added = 0;
-    for (unsigned i = 0; restarts < kRestarts; ++i) {
-        auto key = add("apn" + std::to_string(i % 7));
-        if (key) {
-            ++added;
-            ask(std::make_shared<ModifyRequest>(ModifyProfileParams(named("changed")), key));
-            if (i % 3 == 0) keys.push_back(std::move(key));
-        }
-        if (keys.size() > 20) keys.clear();
-    }
-    modem.setRequestHook(nullptr);
-    EXPECT_GT(added, 0u);
-    keys.clear();
-    settle();
-
-    // What the modem stores and what the cache holds are the same, but for entries whose modem went
-    // away while they were created or deleted: those the next word of the modem corrects.
-    modem.restart();
-    settle();
-    modem.createProfile({Tech::k3gpp, 0, {{"apn_name", "kept"}}});
-    settle();
-    std::vector<std::string> cached;
-    for (const auto& line : engine->dump()) {
-        if (line.find("TechType=") != std::string::npos) {
-            cached.push_back(line.substr(line.find("ApnName=")));
-        }
-    }
-    EXPECT_EQ(modem.profiles().size(), 1u);
-    EXPECT_EQ(cached, std::vector<std::string>{"ApnName=kept,"});
-    EXPECT_EQ(modem.counters().openClients, 1u);
-    EXPECT_EQ(modem.counters().openNotifiers, 0u);
 }
 
 }  // namespace

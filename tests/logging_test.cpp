@@ -44,22 +44,6 @@ struct HookedWriter : LogWriter {
     const std::function<void()> onWrite, onDestruction;
 };
 
-TEST(LogWrapperTest, MessageIsCutAt511Characters) {
-    for (const size_t length : {0u, 1u, 510u, 511u, 512u, 513u, 600u}) {
-        SCOPED_TRACE(length);
-        RecordedLog log;
-        LocalLogBuffer::getInstance().flush();
-        std::string message(length, 'a');
-        for (size_t i = 0; i < length; ++i) message[i] = static_cast<char>('a' + i % 26);
-
-        ZEM_LOG(LOG_ERROR, "%s", message.c_str());
-
-        const std::string expected = message.substr(0, 511);
-        EXPECT_THAT(log.lines(), ElementsAre(Line{LOG_ERROR, expected}));
-        EXPECT_THAT(keptLines(), ElementsAre(EndsWith("[ZEM]" + expected)));
-    }
-}
-
 TEST(LogWrapperTest, OnlyErrorsAndApiLinesAreKeptWhetherOrNotThereIsAWriter) {
     const struct {
         LogLevel level;

@@ -215,20 +215,6 @@ TEST_F(SoftModemTest, RefusesWhatAModemRefuses) {
     EXPECT_EQ(modem.profiles().size(), 1u);
 }
 
-TEST_F(SoftModemTest, StoreHolds255AndFillsTheLowestGap) {
-    for (const bool is3gpp2 : {false, true}) {
-        const Tech tech{is3gpp2};
-        for (unsigned i = is3gpp2 ? 0 : 1; i < (is3gpp2 ? 255 : 256); ++i)
-            ASSERT_EQ(modem.createProfile({tech}), i);
-        EXPECT_EQ(modem.createProfile({tech}), std::nullopt);
-        EXPECT_EQ(client.create(is3gpp2), Result({}, E::kFull));
-        const Bytes id = message(8, {{0, is3gpp2}, {4, 77}});
-        EXPECT_EQ(client.send(kDelete, id), kDone);
-        EXPECT_EQ(client.create(is3gpp2), kDone);
-        EXPECT_EQ(client.answer[12], 77);
-    }
-}
-
 TEST_F(SoftModemTest, AnswersAndCountsBadHandles) {
     zap_client_handle notifier = nullptr;
     ASSERT_EQ(zap_client_notifier_init(Client::wds, nullptr, &notifier), 0);

@@ -3,15 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include <softmodem/SoftModem.h>
-
-#include "command/CommandLine.h"
+#include "ToolRunner.h"
 #include "output/Secrets.h"
-#include "output/Text.h"
 
 namespace {
 
@@ -20,22 +16,12 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-struct Outcome {
-    int status;
-    std::string out, err;
-};
+using zemctl::Outcome;
 
-// On a modem that has just left its maker; the script is what comes from standard input.
-Outcome run(const std::string& script, const std::vector<std::string>& options = {},
+// The script is what comes from standard input.
+Outcome run(const std::string& script, const std::string& options = {},
             const std::string& file = "-") {
-    softmodem::SoftModem::instance().reset();
-    std::vector<const char*> argv{"zemctl", "run", file.c_str()};
-    for (const std::string& option : options) argv.push_back(option.c_str());
-    std::istringstream in(script);
-    std::ostringstream out, err;
-    const int status =
-        zemctl::runCommandLine(static_cast<int>(argv.size()), argv.data(), {in, out, err});
-    return {status, out.str(), err.str()};
+    return zemctl::runAfresh("run " + file + ' ' + options, script);
 }
 
 const std::string kNoKey = "keys\nexpect no key is held\n";
@@ -100,7 +86,7 @@ TEST(ZemctlScript, StopsAtTheFirstDifference) {
          "stdin:3: the command has a status already"},
     };
     for (const auto& [script, status, message] : cases) {
-        const Outcome outcome = run(script, {"--quiet"});
+        const Outcome outcome = run(script, "--quiet");
         EXPECT_EQ(outcome.status, status) << script << outcome.out;
         EXPECT_EQ(outcome.err, message.empty() ? "" : "zemctl: " + message + '\n') << script;
         EXPECT_EQ(outcome.out.empty(), status != 0) << script << outcome.out;
@@ -112,12 +98,12 @@ TEST(ZemctlScript, ShowsWhatItPlays) {
     EXPECT_EQ(run(script).out,
               "# Nobody has a key.\n> keys\n    no key is held\n\n"
               "stdin: 1 command, 1 line as expected\n");
-    EXPECT_EQ(run(script, {"--quiet"}).out, "stdin: 1 command, 1 line as expected\n");
+    EXPECT_EQ(run(script, "--quiet").out, "stdin: 1 command, 1 line as expected\n");
     // For one line, or for all; texts are no answers then.
     const std::string match = "{\"profile\":\"3GPP:1\",\"matches\":true}\n";
     const Outcome one = run("match 3gpp:1 --json\nexpect " + match + kNoKey);
     EXPECT_EQ(one.status, 0) << one.err;
-    const Outcome all = run("match 3gpp:1\nexpect " + match + "keys\n", {"--json"});
+    const Outcome all = run("match 3gpp:1\nexpect " + match + "keys\n", "--json");
     EXPECT_EQ(all.status, 0) << all.err;
     EXPECT_EQ(all.out, match);
 }
@@ -156,24 +142,24 @@ TEST(ZemctlScript, RecordsTheAnswersOfNow) {
         {"keys\nexpect status 3\n", "keys\n"},
     };
     for (const auto& [script, recorded] : cases) {
-        const Outcome outcome = run(script, {"--record"});
+        const Outcome outcome = run(script, "--record");
         EXPECT_EQ(outcome.status, 0) << script << outcome.err;
         EXPECT_EQ(outcome.out, recorded) << script;
         EXPECT_EQ(run(recorded).status, 0) << recorded;
-        EXPECT_EQ(run(recorded, {"--record"}).out, recorded);
+        EXPECT_EQ(run(recorded, "--record").out, recorded);
     }
 }
 
 TEST(ZemctlScript, NeedsAFileThatItCanRead) {
-    const Outcome missing = run("", {}, "/nonexistent.zem");
+    const Outcome missing = run("", "", "/nonexistent.zem");
     EXPECT_EQ(missing.status, 2);
     EXPECT_EQ(missing.err, "zemctl: /nonexistent.zem: cannot open: No such file or directory\n");
-    EXPECT_THAT(run("", {}, testing::TempDir()).err, HasSubstr("cannot read: Is a directory"));
+    EXPECT_THAT(run("", "", testing::TempDir()).err, HasSubstr("cannot read: Is a directory"));
     const std::string path = testing::TempDir() + "zemctl_script_test.zem";
     std::ofstream(path) << "\n\nlist --hom v4\n";
-    EXPECT_THAT(run("", {}, path).err, StartsWith("zemctl: " + path + ":3: 'list' has no option"));
+    EXPECT_THAT(run("", "", path).err, StartsWith("zemctl: " + path + ":3: 'list' has no option"));
     std::ofstream(path) << kNoKey;
-    EXPECT_THAT(run("", {}, path).out, EndsWith(path + ": 1 command, 1 line as expected\n"));
+    EXPECT_THAT(run("", "", path).out, EndsWith(path + ": 1 command, 1 line as expected\n"));
 }
 
 TEST(ZemctlText, EscapedWordIsReadAsItWas) {

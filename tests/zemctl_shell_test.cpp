@@ -10,18 +10,13 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
-#include <sstream>
 #include <system_error>
 
-#include <softmodem/SoftModem.h>
-
+#include "ToolRunner.h"
 #include "command/Completion.h"
-#include "output/Text.h"
 #include "session/Session.h"
 #include "shell/Shell.h"
 
@@ -145,14 +140,7 @@ TEST(Shell, LinesRunInOneSessionAndTroubleIsOneLine) {
 
 // The output of a script of bash.
 std::string bash(const std::string& script) {
-    Place place;
-    std::ofstream(place.directory + "/script") << script;
-    const std::string command = "bash '" + place.directory + "/script' 2>&1";
-    FILE* const pipe = popen(command.c_str(), "r");
-    std::string output;
-    for (int c = 0; (c = fgetc(pipe)) != EOF;) output += static_cast<char>(c);
-    pclose(pipe);
-    return output;
+    return zemctl::runShell("exec 2>&1\n" + script).out;
 }
 
 TEST(Completion, BashGetsItsWordsAsItPartsThem) {

@@ -3,22 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
-#include <sstream>
-
-#include <softmodem/SoftModem.h>
 #include <nlohmann/json.hpp>
 
-#include "CapturedStream.h"
-#include "command/CommandLine.h"
-#include "output/Text.h"
+#include "ToolRunner.h"
 
 namespace {
 
@@ -26,31 +17,9 @@ using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
-
-struct Outcome {
-    int status;
-    std::string out, err;
-};
-
-// In this process, on a modem that has just left its maker.
-Outcome zemctl(const std::string& line) {
-    softmodem::SoftModem::instance().reset();
-    std::vector<std::string> words = zemctl::splitWords(line);
-    words.insert(words.begin(), "zemctl");
-    std::vector<const char*> argv;
-    for (const std::string& word : words) argv.push_back(word.c_str());
-    std::ostringstream out, err;
-    const int status =
-        zemctl::runCommandLine(static_cast<int>(argv.size()), argv.data(), {std::cin, out, err});
-    return {status, out.str(), err.str()};
-}
-
-Outcome shell(const std::string& command) {
-    setenv("SCRIPT", command.c_str(), 1);
-    const zem::CapturedStream out(STDOUT_FILENO), err(STDERR_FILENO);
-    const int status = std::system("bash -c \"$SCRIPT\"");
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out.text(), err.text()};
-}
+using zemctl::Outcome;
+using zemctl::runShell;
+constexpr auto zemctl = [](const std::string& line) { return zemctl::runAfresh(line); };
 
 std::vector<nlohmann::json> objectsOf(const std::string& text) {
     std::vector<nlohmann::json> objects;
@@ -80,7 +49,7 @@ class ModemFile : public testing::Test {
     void write(const std::string& text) const { std::ofstream(path) << text; }
     // The tool's program in the background of a shell that has set FILE.
     Outcome program(const std::string& script) const {
-        return shell("FILE='" + path + "'; Z='" ZEMCTL_PROGRAM "'; " + script);
+        return runShell("FILE='" + path + "'; Z='" ZEMCTL_PROGRAM "'; " + script);
     }
 
     std::string folder, path;
@@ -231,7 +200,7 @@ TEST(ZemctlVerbs, ObjectsHaveRealTypesAndAlwaysTheSameKeys) {
     }
     EXPECT_EQ(objects[7], nlohmann::json({{"profile", "3GPP:5"}, {"matches", false}}));
     EXPECT_EQ(outcome.err, "");
-    const Outcome program = shell("'" ZEMCTL_PROGRAM "' --json --log verbose list --tech 3gpp2");
+    const Outcome program = runShell("'" ZEMCTL_PROGRAM "' --json --log verbose list --tech 3gpp2");
     EXPECT_EQ(objectsOf(program.out).size(), 1u);
     EXPECT_THAT(program.err, HasSubstr("Manager::filter > "));
 }
