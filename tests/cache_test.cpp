@@ -43,13 +43,15 @@ class CacheTest : public PhoneTest {
         return key;
     }
 
-    // The cache's own lines since the last time, without tokens, once all is settled.
+    // The cache's own lines since the last time, without tokens, once all is settled; errors are
+    // marked.
     Lines told() {
         settle();
         Lines lines;
         for (const auto& line : log.lines()) {
             if (line.level < LOG_ERROR || line.text.rfind("ZapWdsProxy", 0) == 0) continue;
             lines.push_back(
+                (line.level == LOG_ERROR ? "! " : "") +
                 std::regex_replace(line.text, std::regex("^ProfileCache: |=\\d+$"), ""));
         }
         log.clear();
@@ -92,7 +94,7 @@ TEST_F(CacheTest, StepsAreLoggedInTheirOrder) {
                              "onIndication < 3GPP:2 Delete", confirmed}));
     cache.onIndication({TechType::TECH_3GPP, 1, ProfileChangedEvent(7)});
     EXPECT_EQ(told(), (Lines{"onIndication < 3GPP:1 7", "updating cache due to indication!",
-                             "Invalid ProfileChangedEvent"}));
+                             "! Invalid ProfileChangedEvent"}));
 }
 
 TEST_F(CacheTest, ModifySendsTheDifferenceAndNothingElse) {
