@@ -294,6 +294,30 @@ TEST_F(EngineTest, SecondEngineServesWhileKeysOfTheFirstAreHeld) {
     EXPECT_EQ(ask(std::make_shared<GetRequest>(key)).substr(0, 11), "Get Success");
 }
 
+// A modem that has more to report whenever it is asked: its reports are worked off in turns with
+// requests, and the engine can still be stopped.
+TEST_F(EngineTest, ModemThatNeverStopsReportingKeepsNobodyWaiting) {
+    start();
+    ASSERT_TRUE(modem.createProfileAt({Tech::k3gpp, 1, {}}));
+    settle();
+    std::atomic<bool> endless{true};
+    modem.setRequestHook([&](const softmodem::Request& request) {
+        if (!endless || request.messageId != 0x002B) return;
+        modem.indicate(0, 1, static_cast<uint32_t>(softmodem::Event::kModify));
+        modem.waitUntilIdle();  // has it queued before the answer
+    });
+    modem.indicate(0, 1, static_cast<uint32_t>(softmodem::Event::kModify));
+    ASSERT_TRUE(modem.waitUntilIdle());
+    auto caller = std::async(std::launch::async, [&] {
+        ask(std::make_shared<GetRequest>(nullptr));
+        engine.reset();
+    });
+    EXPECT_EQ(caller.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    endless = false;
+    caller.wait();
+    modem.setRequestHook(nullptr);
+}
+
 TEST_F(EngineTest, ThousandRestartsInTheMiddleOfRequests) {
     constexpr int kRestarts = 1000;
     start();

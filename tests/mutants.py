@@ -94,6 +94,9 @@ MUTANTS = [
     ("ZapWdsProxy.cpp", "event >= WDS_PROFILE_EVENT_CREATE_V01 && ", "", "proxy_test"),
     ("ZapWdsProxy.cpp", "indQueue.front()", "indQueue.back()", "proxy_test"),
     ("ZapWdsProxy.cpp", "if (!ZEM_SEND(ZAP_WDS_GET_PROFILE_LIST_REQ_V01, request, response)) break;", "if (!ZEM_SEND(ZAP_WDS_GET_PROFILE_LIST_REQ_V01, request, response)) continue;", "proxy_test"),
+    ("ZapWdsProxy.cpp", "if (size > 0 && turns > 0)", "if (size > 0)", "engine_test"),
+    ("ZapWdsProxy.cpp", "if (size > 0) indicationFd.signal();", "", "limits_test"),
+    ("ZapWdsProxy.cpp", "ind.client != client.get() ||", "", "proxy_test"),
     ("ZapWdsProxy.cpp", "        const MutexLock lock(proxy->queueMutex);\n", "", ANNOTATIONS),
 ]
 

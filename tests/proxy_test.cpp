@@ -184,6 +184,18 @@ TEST_F(ProxyTest, BadIndicationsAreLoggedAndDropped) {
     EXPECT_TRUE(changes.empty());
 }
 
+TEST_F(ProxyTest, IndicationOfAReleasedClientIsDroppedWithoutItsHandle) {
+    open();
+    ZapWdsProxy::zapErrorCb(nullptr, 1, proxy.get());  // is seen to first
+    modem.indicate(0, 1, 3, 2);
+    ASSERT_TRUE(modem.waitUntilIdle());
+    stepped.pass();
+    EXPECT_EQ(log.count(LOG_INFO, "Handling modem down"), 1u);
+    EXPECT_EQ(log.count(LOG_ERROR, "Unable to decode the nr status ind message"), 1u);
+    EXPECT_EQ(changes, std::vector<std::string>());
+    EXPECT_EQ(modem.counters().badHandles, 0u);
+}
+
 TEST_F(ProxyTest, NullArgumentsAreLoggedAndDropped) {
     const EventFd fd = EventFd::create();
     unsigned char byte = 1;
