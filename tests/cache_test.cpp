@@ -451,11 +451,13 @@ TEST_F(CacheTest, HostileResponsesAreReadWithinTheirFields) {
 
 TEST_F(CacheTest, TokensAreUniqueAcrossThreads) {
     constexpr int kThreads = 4;
-    constexpr int kEach = 2000;
+    constexpr int kEach = 20000;
     std::vector<std::vector<uint64_t>> taken(kThreads);
     std::vector<std::thread> threads;
+    std::atomic<int> ready{0};
     for (auto& tokens : taken) {
-        threads.emplace_back([&tokens] {
+        threads.emplace_back([&] {
+            for (++ready; ready < kThreads;) std::this_thread::yield();  // all at once
             for (int i = 0; i < kEach; ++i) tokens.push_back(ProfileCache::generateToken());
         });
     }

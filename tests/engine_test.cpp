@@ -211,6 +211,38 @@ TEST_F(EngineTest, ListenerThatOwnsItsKeyDoesNotHangTheEngine) {
     EXPECT_TRUE(log.contains(LOG_DEBUG, "~ProfileKey"));
 }
 
+// A bug report can be had while one runs, however its profile went.
+TEST_F(EngineTest, DumpDoesNotWaitForAListener) {
+    start();
+    const struct {
+        const char* name;
+        std::function<void(const std::shared_ptr<IProfileKey>&, unsigned index)> end;
+    } cases[] = {
+        {"deleted", [&](const auto& key, auto) { ask(std::make_shared<DeleteRequest>(key)); }},
+        {"refreshed", [&](const auto&, auto) { ask(std::make_shared<RefreshRequest>(COMPLETE)); }},
+        {"deleted by the modem",
+         [&](const auto&, auto index) { modem.deleteProfile(Tech::k3gpp, index); }},
+        {"modified by the modem",
+         [&](const auto&, auto index) {
+             modem.modifyProfile({Tech::k3gpp, index, {}});
+         }},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        const auto key = add("net");
+        settle();
+        std::future<void> dump;  // outlives the listener, lest that wait for its end
+        std::promise<std::future_status> status;
+        key->registerExpirationListener([&] {
+            dump = std::async(std::launch::async, [this] { engine->dump(); });
+            status.set_value(dump.wait_for(std::chrono::seconds(5)));
+        });
+        each.end(key, static_cast<unsigned>(key->getProfileId()));
+        EXPECT_EQ(status.get_future().get(), std::future_status::ready);
+        settle();
+    }
+}
+
 TEST_F(EngineTest, ListenersRunBeforeTheClientIsReleasedAtTheEnd) {
     start();
     const auto key = add("net");

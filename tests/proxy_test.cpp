@@ -1,6 +1,7 @@
 // The proxy in front of the software modem, its loop stepped by hand.
 
 #include <cstring>
+#include <future>
 
 #include "Modem3gpp2Profile.h"
 #include "Modem3gppProfile.h"
@@ -194,6 +195,41 @@ TEST_F(ProxyTest, IndicationOfAReleasedClientIsDroppedWithoutItsHandle) {
     EXPECT_EQ(log.count(LOG_ERROR, "Unable to decode the nr status ind message"), 1u);
     EXPECT_EQ(changes, std::vector<std::string>());
     EXPECT_EQ(modem.counters().badHandles, 0u);
+}
+
+// Holds the modem's thread where an indication's callback begins, and keeps the errors after it.
+class HoldingWriter : public LogWriter {
+  public:
+    struct Hold {
+        std::promise<void> entered, leave;
+        std::vector<std::string> errors;
+    };
+    explicit HoldingWriter(Hold& hold) : hold(hold) {}
+
+    void write(LogLevel level, std::string, std::string message) override {
+        if (level == LOG_ERROR) hold.errors.push_back(std::move(message));
+        if (level != LOG_VERBOSE || message.find("zapIndCb") == std::string::npos) return;
+        hold.entered.set_value();
+        hold.leave.get_future().wait();
+    }
+    int convertPrio(LogLevel) override { return 0; }
+
+  private:
+    Hold& hold;
+};
+
+TEST_F(ProxyTest, EndWaitsForACallbackThatIsUnderWay) {
+    open();
+    HoldingWriter::Hold hold;
+    LogWrapper::getInstance().setLogWriter(std::make_unique<HoldingWriter>(hold));
+    modem.indicate(0, 1, 3, 2);
+    hold.entered.get_future().wait();
+    auto end = std::async(std::launch::async, [this] { proxy.reset(); });
+    EXPECT_EQ(end.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    hold.leave.set_value();
+    end.wait();
+    LogWrapper::getInstance().setLogWriter(nullptr);
+    EXPECT_EQ(hold.errors, std::vector<std::string>());
 }
 
 TEST_F(ProxyTest, NullArgumentsAreLoggedAndDropped) {
