@@ -207,7 +207,7 @@ class HoldingWriter : public LogWriter {
     explicit HoldingWriter(Hold& hold) : hold(hold) {}
 
     void write(LogLevel level, std::string, std::string message) override {
-        if (level == LOG_ERROR) hold.errors.push_back(std::move(message));
+        if (level == LOG_ERROR) hold.errors.push_back(message);
         if (level != LOG_VERBOSE || message.find("zapIndCb") == std::string::npos) return;
         hold.entered.set_value();
         hold.leave.get_future().wait();
