@@ -114,6 +114,8 @@ int RogueModem::registerError(zap_client_handle client, zap_error_cb callback, v
 int RogueModem::release(zap_client_handle handle) {
     known(handle);
     handles.erase(handle);
+    const auto ofIt = [handle](const auto& indication) { return indication.first == handle; };
+    undecoded.erase(std::remove_if(undecoded.begin(), undecoded.end(), ofIt), undecoded.end());
     return refuses() ? -1 : 0;
 }
 
@@ -154,7 +156,7 @@ void RogueModem::indicate() {
     const bool none = input.rarely(16);  // no buffer, whatever its length
     if (!handle.indicate) return;
     if (messageId == ZAP_WDS_PROFILE_CHANGED_IND_V01 && !bytes.empty() && !none) {
-        undecoded.push_back(bytes);
+        undecoded.emplace_back(id, bytes);
     }
     handle.indicate(id, messageId, none ? nullptr : bytes.data(),
                     static_cast<unsigned>(bytes.size()), handle.user);
@@ -219,11 +221,13 @@ int RogueModem::decode(zap_client_handle client, unsigned messageId, const void*
     wds_profile_changed_ind_msg_v01 decoded = {};
     require(messageId == ZAP_WDS_PROFILE_CHANGED_IND_V01 && room == sizeof decoded,
             "the one known indication is decoded, and has room");
-    require(!undecoded.empty() && length == undecoded.front().size() &&
-                memcmp(bytes, undecoded.front().data(), length) == 0,
+    known(client);
+    require(!undecoded.empty() && client == undecoded.front().first &&
+                length == undecoded.front().second.size() &&
+                memcmp(bytes, undecoded.front().second.data(), length) == 0,
             "indications are decoded as they came, once, oldest first");
     undecoded.pop_front();
-    if (handles.count(client) == 0 || input.rarely(8)) return -1;
+    if (input.rarely(8)) return -1;
     decoded.profile_changed_valid = input.rarely(8) ? input.number<uint8_t>() : 1;
     decoded.profile_changed = {wds_profile_type_enum_v01(input.small()),
                                static_cast<uint8_t>(input.small()),

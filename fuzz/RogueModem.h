@@ -26,8 +26,8 @@ class RogueModem {
     void fail();
     void indicate();
 
-    // Whether every indication that came has been looked at, but for those without bytes, and every
-    // client that failed was given back.
+    // Whether every indication that came has been looked at, but for those without bytes or client,
+    // and every client that failed was given back.
     bool atRest() const;
     // The one who was to look at them is gone.
     void forgetIndications() { undecoded.clear(); }
@@ -67,7 +67,7 @@ class RogueModem {
     Input& input;
     std::map<zap_client_handle, Handle> handles;
     uintptr_t newest = 0;  // never used again, so that a stale handle stays unknown
-    std::deque<std::vector<unsigned char>> undecoded;
+    std::deque<std::pair<zap_client_handle, std::vector<unsigned char>>> undecoded;
     unsigned total = 0;
 };
 

@@ -20,6 +20,7 @@ namespace {
 
 constexpr unsigned int kTimeoutMs = 1000;
 constexpr uint8_t kEveryIndex = 0xFF;
+constexpr int kMostIndicationsAtOnce = 1024;  // then others have their turn
 constexpr char kSourceFile[] = "src/ZapWdsProxy";
 
 }  // namespace
@@ -116,6 +117,7 @@ void ZapWdsProxy::initClient() {
         return;
     }
     client.reset(handle);
+    if (released == handle) released = nullptr;
     const int result = zap_client_register_error_cb(handle, zapErrorCb, this);
     ZEM_LOG(LOG_DEBUG, "zap_client_register_error_cb result: %d", result);
     registerZapIndications();
@@ -182,20 +184,24 @@ void ZapWdsProxy::handleIndication(int fd, void* arg) {
 }
 
 void ZapWdsProxy::handleQueue() {
-    for (;;) {
+    // Callers, and the end of the engine, get their turn before a modem that never stops reporting.
+    for (int turns = kMostIndicationsAtOnce;; --turns) {
         std::optional<IndInfo_t> oldest;
         size_t size = 0;
         {
             const MutexLock lock(queueMutex);
             size = indQueue.size();
-            if (size > 0) {
+            if (size > 0 && turns > 0) {
                 oldest = std::move(indQueue.front());
                 indQueue.pop_front();
             }
         }
         ZEM_LOG(LOG_DEBUG, "ZapWdsProxy: handleIndication indQueue.size[%d]",
                 static_cast<int>(size));
-        if (!oldest) return;
+        if (!oldest) {
+            if (size > 0) indicationFd.signal();
+            return;
+        }
         handleQueued(*oldest);
     }
 }
@@ -207,7 +213,9 @@ void ZapWdsProxy::handleQueued(const IndInfo_t& ind) {
         return;
     }
     wds_profile_changed_ind_msg_v01 decoded = {};
-    if (zap_client_message_decode(ind.client, ZAP_MESSAGE_INDICATION, ind.messageId,
+    // A handle that was given back is no longer the client library's to decode with.
+    if ((released && ind.client == released) ||
+        zap_client_message_decode(ind.client, ZAP_MESSAGE_INDICATION, ind.messageId,
                                   ind.message.data(), static_cast<unsigned>(ind.message.size()),
                                   &decoded, sizeof decoded) != 0) {
         ZEM_LOG(LOG_ERROR, "Unable to decode the nr status ind message");
@@ -254,6 +262,7 @@ void ZapWdsProxy::handleError(int fd, void* arg) {
 }
 
 void ZapWdsProxy::restart() {
+    if (client) released = client.get();
     client.reset();
     ZEM_LOG(LOG_INFO, "Handling modem down");
     registerZapSvcUp();

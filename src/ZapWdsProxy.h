@@ -98,6 +98,7 @@ class ZapWdsProxy {
     const EventFd errorFd;
     const EventFd indicationFd;
     std::function<void(ProfileChangedInd)> profileChangedIndCb;
+    zap_client_handle released = nullptr;  // a former client, whose indications may still wait
 };
 
 }  // namespace zem

@@ -6,6 +6,7 @@
 #include <softmodem/SoftModem.h>
 #include <zem/Manager.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "ClientRequestManager.h"
+#include "LocalLogBuffer.h"
 #include "ProfileCache.h"
 #include "SteppedLoop.h"
 #include "TestLog.h"
@@ -94,8 +96,16 @@ class ManagedPhoneTest : public PhoneTest {
     // For a phone without a record: until all indications of the modem so far have been handled.
     void waitForIndications() {
         ASSERT_TRUE(modem.waitUntilIdle(std::chrono::minutes(2)));
-        // The first may be answered before the indications that came with it.
-        for (int pass = 0; pass < 2; ++pass) manager.getProfile(nullptr);
+        const auto handled = [](const std::string& line) {
+            return line.find("onIndication") != std::string::npos;
+        };
+        std::vector<std::string> kept;
+        do {
+            LocalLogBuffer::getInstance().flush();
+            // The first may be answered before the indications that came with it.
+            for (int pass = 0; pass < 2; ++pass) manager.getProfile(nullptr);
+            kept = LocalLogBuffer::getInstance().getLogs();
+        } while (std::any_of(kept.begin(), kept.end(), handled));
     }
 
     // What the cache holds: each profile's line without its token, by names like "3GPP:1", and

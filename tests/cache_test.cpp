@@ -1,6 +1,7 @@
 // The cache in front of the software modem, its loop stepped by hand: what it logs, what it sends,
 // and the tokens that it gives.
 
+#include <atomic>
 #include <cstring>
 #include <regex>
 #include <set>
@@ -181,15 +182,17 @@ TEST_F(CacheTest, RefreshExpiresKeysBeforeItAsksTheModem) {
 TEST_F(CacheTest, TokensAreUniqueAcrossThreads) {
     std::vector<std::vector<uint64_t>> taken(4);
     std::vector<std::thread> threads;
+    std::atomic<size_t> ready{0};
     for (auto& tokens : taken) {
-        threads.emplace_back([&tokens] {
-            for (int i = 0; i < 2000; ++i) tokens.push_back(ProfileCache::generateToken());
+        threads.emplace_back([&] {
+            for (++ready; ready < taken.size();) std::this_thread::yield();  // all at once
+            for (int i = 0; i < 20000; ++i) tokens.push_back(ProfileCache::generateToken());
         });
     }
     for (auto& thread : threads) thread.join();
     std::set<uint64_t> all;
     for (const auto& tokens : taken) all.insert(tokens.begin(), tokens.end());
-    EXPECT_EQ(all.size(), 8000u);
+    EXPECT_EQ(all.size(), 80000u);
 }
 
 }  // namespace

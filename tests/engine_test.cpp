@@ -198,6 +198,38 @@ TEST_F(EngineTest, ListenerThatOwnsItsKeyDoesNotHangTheEngine) {
     EXPECT_TRUE(log.contains(LOG_DEBUG, "~ProfileKey"));
 }
 
+// A bug report can be had while one runs, however its profile went.
+TEST_F(EngineTest, DumpDoesNotWaitForAListener) {
+    start();
+    const struct {
+        const char* name;
+        std::function<void(const std::shared_ptr<IProfileKey>&, unsigned index)> end;
+    } cases[] = {
+        {"deleted", [&](const auto& key, auto) { ask(std::make_shared<DeleteRequest>(key)); }},
+        {"refreshed", [&](const auto&, auto) { ask(std::make_shared<RefreshRequest>(COMPLETE)); }},
+        {"deleted by the modem",
+         [&](const auto&, auto index) { modem.deleteProfile(Tech::k3gpp, index); }},
+        {"modified by the modem",
+         [&](const auto&, auto index) {
+             modem.modifyProfile({Tech::k3gpp, index, {}});
+         }},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.name);
+        const auto key = add("net");
+        settle();
+        std::future<void> dump;  // outlives the listener, lest that wait for its end
+        std::promise<std::future_status> status;
+        key->registerExpirationListener([&] {
+            dump = std::async(std::launch::async, [this] { engine->dump(); });
+            status.set_value(dump.wait_for(std::chrono::seconds(5)));
+        });
+        each.end(key, static_cast<unsigned>(key->getProfileId()));
+        EXPECT_EQ(status.get_future().get(), std::future_status::ready);
+        settle();
+    }
+}
+
 TEST_F(EngineTest, ListenersRunBeforeTheClientIsReleasedAtTheEnd) {
     start();
     const auto key = add("net");
@@ -255,6 +287,30 @@ TEST_F(EngineTest, EngineMayEndWhileACallIsUnderWay) {
     }
     EXPECT_EQ(log.countContaining("Cannot remove event handler"), 0u);
     EXPECT_EQ(log.countContaining("Error while clearing the read buffer"), 0u);
+}
+
+// A modem that has more to report whenever it is asked: its reports are worked off in turns with
+// requests, and the engine can still be stopped.
+TEST_F(EngineTest, ModemThatNeverStopsReportingKeepsNobodyWaiting) {
+    start();
+    ASSERT_TRUE(modem.createProfileAt({Tech::k3gpp, 1, {}}));
+    settle();
+    std::atomic<bool> endless{true};
+    modem.setRequestHook([&](const softmodem::Request& request) {
+        if (!endless || request.messageId != 0x002B) return;
+        modem.indicate(0, 1, static_cast<uint32_t>(softmodem::Event::kModify));
+        modem.waitUntilIdle();  // has it queued before the answer
+    });
+    modem.indicate(0, 1, static_cast<uint32_t>(softmodem::Event::kModify));
+    ASSERT_TRUE(modem.waitUntilIdle());
+    auto caller = std::async(std::launch::async, [&] {
+        ask(std::make_shared<GetRequest>(nullptr));
+        engine.reset();
+    });
+    EXPECT_EQ(caller.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    endless = false;
+    caller.wait();
+    modem.setRequestHook(nullptr);
 }
 
 }  // namespace

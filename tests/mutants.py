@@ -72,6 +72,8 @@ MUTANTS = [
     ("ProfileCache.cpp", "    old.clear();\n", "", "cache_test"),
     ("ProfileCache.cpp", "    const MutexLock lock(mutex);\n    pendingTransactions.push_back", "    pendingTransactions.push_back", ANNOTATIONS),
     ("ProfileCache.cpp", "profile.clearExpiredListeners();", "", "cache_test"),
+    ("ProfileCache.cpp", "    Profiles::node_type gone;  // outlives the lock: its listeners run when it goes\n    const MutexLock lock(mutex);\n", "    const MutexLock lock(mutex);\n    Profiles::node_type gone;\n", "engine_test"),
+    ("ProfileCache.cpp", "while (!next.compare_exchange_weak(token, token + 1));", "while (next.store(token + 1), false);", "cache_test"),
     ("ProfileConversions.cpp", "{APN_TYPE_MCX, 0x800}", "{APN_TYPE_MCX, 0x400}", "conversions_test"),
     ("ProfileConversions.cpp", "profileId & 0xFF", "profileId", "conversions_test"),
     ("ProfileConversions.cpp", "kMaxApnLength = WDS_APN_SIZE_V01 - 1", "kMaxApnLength = WDS_APN_SIZE_V01", "model_test"),
@@ -95,6 +97,10 @@ MUTANTS = [
     ("ZapWdsProxy.cpp", "event >= WDS_PROFILE_EVENT_CREATE_V01 && ", "", "model_test"),
     ("ZapWdsProxy.cpp", "indQueue.front()", "indQueue.back()", "proxy_test"),
     ("ZapWdsProxy.cpp", "if (!ZEM_SEND(ZAP_WDS_GET_PROFILE_LIST_REQ_V01, request, response)) break;", "if (!ZEM_SEND(ZAP_WDS_GET_PROFILE_LIST_REQ_V01, request, response)) continue;", "model_test"),
+    ("ZapWdsProxy.cpp", "    notifier.reset();\n    client.reset();\n", "", "proxy_test"),
+    ("ZapWdsProxy.cpp", "if (size > 0 && turns > 0)", "if (size > 0)", "engine_test"),
+    ("ZapWdsProxy.cpp", "if (size > 0) indicationFd.signal();", "", "limits_test"),
+    ("ZapWdsProxy.cpp", "(released && ind.client == released) ||", "", "proxy_test"),
     ("ZapWdsProxy.cpp", "        const MutexLock lock(proxy->queueMutex);\n", "", ANNOTATIONS),
 ]
 
@@ -137,6 +143,8 @@ def survives(test):
 
 def main(words):
     chosen = [m for m in MUTANTS if not words or any(w in " ".join(m) for w in words)]
+    if not chosen:
+        sys.exit(f"no change has one of these words: {' '.join(words)}")
     prepare()
     for test in sorted({test for *_, test in chosen} - {ANNOTATIONS}):
         if build("default", test).returncode or not survives(test):

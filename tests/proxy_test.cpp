@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <future>
 
 #include "Modem3gpp2Profile.h"
 #include "Modem3gppProfile.h"
@@ -120,6 +121,53 @@ TEST_F(ProxyTest, BadIndicationsAreLoggedAndDropped) {
     settle();
     EXPECT_EQ(log.count(LOG_VERBOSE, "Unknown message ID 4660 received"), 1u);
     EXPECT_TRUE(changes.empty());
+}
+
+TEST_F(ProxyTest, IndicationOfAReleasedClientIsDroppedWithoutItsHandle) {
+    open();
+    ZapWdsProxy::zapErrorCb(nullptr, 1, proxy.get());  // is seen to first
+    modem.indicate(0, 1, 3, 2);
+    ASSERT_TRUE(modem.waitUntilIdle());
+    stepped.pass();
+    EXPECT_EQ(log.count(LOG_INFO, "Handling modem down"), 1u);
+    EXPECT_EQ(log.count(LOG_ERROR, "Unable to decode the nr status ind message"), 1u);
+    EXPECT_EQ(changes, std::vector<std::string>());
+    EXPECT_EQ(modem.counters().badHandles, 0u);
+}
+
+// Holds the modem's thread where an indication's callback begins, and keeps the errors after it.
+class HoldingWriter : public LogWriter {
+  public:
+    struct Hold {
+        std::promise<void> entered, leave;
+        std::vector<std::string> errors;
+    };
+    explicit HoldingWriter(Hold& hold) : hold(hold) {}
+
+    void write(LogLevel level, std::string, std::string message) override {
+        if (level == LOG_ERROR) hold.errors.push_back(message);
+        if (level != LOG_VERBOSE || message.find("zapIndCb") == std::string::npos) return;
+        hold.entered.set_value();
+        hold.leave.get_future().wait();
+    }
+    int convertPrio(LogLevel) override { return 0; }
+
+  private:
+    Hold& hold;
+};
+
+TEST_F(ProxyTest, EndWaitsForACallbackThatIsUnderWay) {
+    open();
+    HoldingWriter::Hold hold;
+    LogWrapper::getInstance().setLogWriter(std::make_unique<HoldingWriter>(hold));
+    modem.indicate(0, 1, 3, 2);
+    hold.entered.get_future().wait();
+    auto end = std::async(std::launch::async, [this] { proxy.reset(); });
+    EXPECT_EQ(end.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
+    hold.leave.set_value();
+    end.wait();
+    LogWrapper::getInstance().setLogWriter(nullptr);
+    EXPECT_EQ(hold.errors, std::vector<std::string>());
 }
 
 TEST_F(ProxyTest, NullArgumentsAreLoggedAndDropped) {

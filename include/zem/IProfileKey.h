@@ -34,8 +34,8 @@ class ZEM_EXPORT IProfileKey : public std::enable_shared_from_this<IProfileKey> 
     // Calls cb once when the library lets go of its present copy of the profile: it was deleted,
     // changed by the modem, or all profiles were read anew. cb runs on the engine thread (at
     // shutdown on the thread that shuts down), possibly before this call returns; it must not
-    // block, call the library or own a key. Nothing is called when this key has gone before, when
-    // cb is empty, when the key has expired already, or when a refresh is in progress.
+    // block, throw, call the library or own a key. Nothing is called when this key has gone before,
+    // when cb is empty, when the key has expired already, or when a refresh is in progress.
     virtual void registerExpirationListener(std::function<void()> cb) = 0;
 
     // One line for the log, such as "3GPP:2 token=7".

@@ -77,7 +77,8 @@ class ZEM_EXPORT Manager {
     void refresh(PDCRefreshStatus status);
 
     // The cached profiles, the changes whose echo the modem still owes, and the newest log lines,
-    // for a bug report. Passwords are in the clear. May be called during a refresh.
+    // for a bug report. Passwords are in the clear. May be called during a refresh and beside other
+    // calls, but for init.
     std::vector<std::string> dump();
 
   private:
