@@ -56,7 +56,8 @@ bool isPersistent(const softmodem::Fields& fields) {
 }
 
 bool isFlagSet(const Settings& settings, std::string_view label) {
-    return hasNumber(settings, label, 1);
+    const Value* flag = find(settings, label);
+    return flag && number(*flag) == 1;
 }
 
 }  // namespace

@@ -200,11 +200,6 @@ const Value* find(const Settings& settings, std::string_view label) {
     return entry == settings.end() ? nullptr : &entry->second;
 }
 
-bool hasNumber(const Settings& settings, std::string_view label, uint64_t value) {
-    const Value* held = find(settings, label);
-    return held && number(*held) == value;
-}
-
 std::string toApnName(const std::string& name) {
     return lowered(name.substr(0, 150));
 }

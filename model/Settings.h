@@ -25,7 +25,6 @@ inline const std::string& text(const Value& value) {
 }
 // Null when the setting is absent.
 const Value* find(const Settings& settings, std::string_view label);
-bool hasNumber(const Settings& settings, std::string_view label, uint64_t value);
 
 std::string lowered(std::string name);
 // Cut to 150 characters and in lower case.
