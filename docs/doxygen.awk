@@ -56,7 +56,7 @@ opening {
         comment = block
         of = setting($0)
         printf "%s", comment
-    } else if ($0 ~ /^(class|struct) .*{/ && index($0, " " class " ")) {
+    } else if ($0 ~ "^(class|struct) ([^:{]* )?" class " [:{]") {
         printf "%s", about
     } else if (!of || setting($0) != of) {
         of = ""
