@@ -48,6 +48,11 @@ opening {
     opening = 0
 }
 
+/= (default|delete);$/ {
+    block = ""
+    next
+}
+
 {
     if (block && !about) {
         about = block
@@ -64,7 +69,6 @@ opening {
         printf "%s", comment
     }
     block = ""
-    if ($0 ~ /= (default|delete);$/) next
     if (match($0, /[^ ] +\/\/ /)) {
         $0 = substr($0, 1, RSTART) " ///< " text(substr($0, RSTART + RLENGTH - 3))
     }
