@@ -15,15 +15,19 @@
 
 namespace zem {
 
-// Called with the descriptor and the data given at registration.
+// What is done with a descriptor that has input: called with it and the data given at registration,
+// on the loop's thread. It must not block, and must empty the descriptor.
 using EventCallback = void (*)(int fd, void* data);
+
+// Called with the same when the descriptor leaves the loop, by whatever way, on the thread that
+// takes it out: the caller of removeEventHandler, or the loop's. The descriptor is still open.
 using CloseCallback = void (*)(int fd, void* data);
 
 // What is known of a registered descriptor.
 struct HandlerObject {
-    EventCallback callback = nullptr;
+    EventCallback callback = nullptr;       // null: input is logged as an error, and stays
     CloseCallback closeCallback = nullptr;  // null: nothing is called on removal
-    void* data = nullptr;
+    void* data = nullptr;                   // handed to both, never looked at
 };
 
 class ZEM_EXPORT EventManager {
@@ -37,27 +41,34 @@ class ZEM_EXPORT EventManager {
     EventManager(const EventManager&) = delete;
     EventManager& operator=(const EventManager&) = delete;
 
-    // Watches fd for the epoll events given (EPOLLIN and so on) and approves it. False only when fd
-    // is registered already. A descriptor that epoll refuses is logged, and recorded all the same.
+    // Watches fd for the epoll events given (EPOLLIN and so on; hang-ups always) and approves it.
+    // False only when fd is registered already, which changes nothing. A descriptor that epoll
+    // refuses is logged, and recorded all the same. closeCallback may be null.
     bool addEventHandler(int fd, EventCallback callback, void* data, CloseCallback closeCallback,
                          int events);
 
-    // Stops watching fd and calls its close callback. Returns how many entries the approved list
-    // lost: 0 or 1.
+    // Stops watching fd and calls its close callback; does not close it. Returns how many entries
+    // the approved list lost: 0 or 1. One that is not registered is logged. A handler that takes
+    // out another descriptor, whose input came in the same turn, finds it closed by the loop after.
     int removeEventHandler(int fd);
 
-    // Waits without limit for up to four events and handles them.
+    // Waits without limit for up to four events and handles them. A wait that fails, by a signal
+    // too, is logged and returns. Events without input or hang-up are logged and change nothing.
     void processEvents();
 
-    // Makes a blocked processEvents return.
+    // Makes a blocked processEvents return, or the next one if none is blocked. Writes the line
+    // "wake()" to standard output.
     void wake();
 
-    // Reads fd until it is empty; an EventCallback that ignores its data.
+    // Reads fd, which must not block, until it is empty or at its end; an EventCallback that
+    // ignores its data. Any other failure is logged.
     static void clearRead(int fd, void* data);
 
-    // The descriptors, in all loops of the process, whose input may be dispatched.
+    // The descriptors, in all loops of the process, whose input may be dispatched; other input
+    // makes the loop take out and close its descriptor. remApprovedFd returns how many entries were
+    // erased: 0 or 1.
     static void addApprovedFd(int fd);
-    static int remApprovedFd(int fd);  // how many entries were erased: 0 or 1
+    static int remApprovedFd(int fd);
     static bool isApprovedFd(int fd);
 
   private:

@@ -21,24 +21,28 @@ namespace zem {
 
 class ZEM_EXPORT IProfileKey : public std::enable_shared_from_this<IProfileKey> {
   public:
-    // Blocks until the engine has released the profile; nothing is released during a refresh.
+    // Blocks until the engine has released the profile: for up to 1000 ms when the modem must
+    // delete it and does not answer. A deletion that fails is logged, and the profile stays.
+    // Nothing is released during a refresh, by an expired key, or once the engine is gone.
     virtual ~IProfileKey() noexcept(false);
 
-    // Index of the profile on the modem, 0 to 255. It says nothing about whether the profile still
-    // exists.
+    // Index of the profile on the modem, 0 to 255, as it was when the key was made. It says nothing
+    // about whether the profile still exists. Asks nobody: any thread, at any time.
     virtual int getProfileId() = 0;
 
-    // The family of profiles that the index belongs to.
+    // The family of profiles that the index belongs to; likewise.
     virtual TechType getTechType() = 0;
 
     // Calls cb once when the library lets go of its present copy of the profile: it was deleted,
     // changed by the modem, or all profiles were read anew. cb runs on the engine thread (at
     // shutdown on the thread that shuts down), possibly before this call returns; it must not
-    // block, throw, call the library or own a key. Nothing is called when this key has gone before,
-    // when cb is empty, when the key has expired already, or when a refresh is in progress.
+    // block, throw, call the library or own a key. Several run in the order of their registration.
+    // Nothing is called when this key has gone before, when cb is empty, when the key has expired
+    // already, or when a refresh is in progress at registration.
     virtual void registerExpirationListener(std::function<void()> cb) = 0;
 
-    // One line for the log, such as "3GPP:2 token=7".
+    // One line for the log, such as "3GPP:2 token=7"; likewise. A token names one copy of a
+    // profile, and is never given again in the process.
     virtual std::string dump() = 0;
 
   protected:

@@ -6,8 +6,9 @@
 // callers must not overlap calls; dropping a profile key counts as a call. If two calls do overlap,
 // the later request replaces the earlier one and either caller may get the answer.
 //
-// No operation but init throws. Before init each gives its failure value and logs one line; when
-// the engine or the modem refuses, each gives its failure value and the log has the answer.
+// No operation but init throws. Before init, and on the engine's thread, each gives its failure
+// value and logs one line; when the engine or the modem refuses, each gives its failure value and
+// the log has the answer. A foreign key is one that the library did not make.
 #pragma once
 
 #include <list>
@@ -30,6 +31,7 @@ class ZEM_EXPORT Manager {
     // The manager of the process, made on first use and destroyed at exit.
     static Manager& getInstance();
 
+    // No engine yet: init starts it. Util uses none but getInstance()'s.
     Manager();
 
     // Stops the engine, once it is done with what it is doing: up to 1000 ms for each modem request
@@ -40,19 +42,24 @@ class ZEM_EXPORT Manager {
     Manager(const Manager&) = delete;
     Manager& operator=(const Manager&) = delete;
 
-    // Starts the engine for one modem instance (subscription) and selects where log lines go: to
-    // the Android log when useAndroidLog is true, else to the diagnostic channel. The profiles
-    // arrive with the modem's first report or with refresh(COMPLETE). A second call replaces the
-    // engine; all keys of the first then reach nothing. Never from a listener. Aborts the process
-    // when the system has no descriptor left, and throws std::system_error when it has no thread.
+    // Starts the engine for one modem instance (subscription, counted from 0) and selects where the
+    // log lines of the process go: to the Android log when useAndroidLog is true, else to the
+    // diagnostic channel. Does not wait for the modem: the profiles arrive with its first report or
+    // with refresh(COMPLETE). An instance that the modem refuses shows in the log alone; there are
+    // no profiles then. A second call replaces the engine; all keys of the first then reach
+    // nothing. Never from a listener. Aborts the process when the system has no descriptor left,
+    // and throws std::system_error when it has no thread.
     void init(int instance, bool useAndroidLog);
 
-    // Creates a profile on the modem. Null when the modem refuses, during a refresh, and for a
-    // technology that nobody knows.
+    // Creates a profile on the modem; what an absent setting becomes is the modem's choice. Null
+    // when the modem refuses, during a refresh, and for a technology that nobody knows. Unless it
+    // is persistent the profile goes with its last key, so a key that is not kept deletes it at
+    // once.
     std::shared_ptr<IProfileKey> addProfile(const AddProfileParams& params);
 
-    // Changes the settings that are present in params. False for a null, foreign or expired key and
-    // during a refresh. A change that the modem refuses is logged and still answers true.
+    // Changes the settings that are present in params and differ; true, and nothing is sent, when
+    // none does. False for a null, foreign or expired key and during a refresh. A change that the
+    // modem refuses is logged and still answers true.
     bool modifyProfile(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key);
 
     // Deletes the profile from the modem, whoever created it; all keys to it expire. False for a
@@ -60,25 +67,26 @@ class ZEM_EXPORT Manager {
     bool deleteProfile(std::shared_ptr<IProfileKey> key);
 
     // A new key to each profile that matches, in no particular order. Empty when none does and
-    // during a refresh.
+    // during a refresh. Each key of the list counts, and its end is a call.
     std::list<std::shared_ptr<IProfileKey>> filter(const FilterProfileParams& params);
 
-    // The profile's present settings. Empty for a null, foreign or expired key and during a
-    // refresh.
+    // The profile's present settings. Empty for a null, foreign or expired key, during a refresh,
+    // and for a profile that the modem could not read.
     std::optional<ProfileParams> getProfile(std::shared_ptr<IProfileKey> key);
 
     // Whether the profile matches. False also for a null, foreign or expired key and during a
     // refresh.
     bool match(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key);
 
-    // Brackets a configuration refresh of the modem. After START every other operation is refused
-    // and dropped keys are not counted; COMPLETE, which needs no START, reads all profiles anew,
-    // and every older key expires.
+    // Brackets a configuration refresh of the modem. After START every other operation but dump is
+    // refused and dropped keys are not counted; COMPLETE, which needs no START, reads all profiles
+    // anew, by one request for each and two more, and every older key expires. A profile that
+    // cannot be read is logged, and stays without settings.
     void refresh(PDCRefreshStatus status);
 
     // The cached profiles, the changes whose echo the modem still owes, and the newest log lines,
-    // for a bug report. Passwords are in the clear. May be called during a refresh and beside other
-    // calls, but for init.
+    // for a bug report; before init only the log lines. Passwords are in the clear. Asks nothing of
+    // the engine: may be called during a refresh and beside other calls, but for init.
     std::vector<std::string> dump();
 
   private:

@@ -2,7 +2,8 @@
 // profiles, and the enumerations in them.
 //
 // Every setting is optional. A setter marks it present and nothing clears it again; the getter of
-// an absent setting gives its type's zero, so ask has<Setting> first. Plain values: no thread rule.
+// an absent setting gives its type's zero (false, 0, an empty text, the enumerator or number 0), so
+// ask has<Setting> first. Nothing is checked here. Plain values: no thread rule.
 #pragma once
 
 #include <cstdint>
@@ -15,31 +16,49 @@
 namespace zem {
 
 // The family of modem profiles.
-enum class TechType : uint32_t { TECH_3GPP = 0, TECH_3GPP2 = 1 };
+enum class TechType : uint32_t {
+    TECH_3GPP = 0,   // GSM, UMTS, LTE and on
+    TECH_3GPP2 = 1,  // CDMA and its kin
+};
 
 // PDP/PDN type, also read as a set of two bits.
-enum class IPType : uint32_t { UNKNOWN = 0, V4 = 1, V6 = 2, V4V6 = 3 };
+enum class IPType : uint32_t {
+    UNKNOWN = 0,  // no type, or none that the library knows
+    V4 = 1,       // IPv4
+    V6 = 2,       // IPv6
+    V4V6 = 3,     // both
+};
 
 // Authentication protocols, also read as a set of two bits.
-enum class AuthType : uint32_t { NONE = 0, PAP = 1, CHAP = 2, PAP_CHAP = 3 };
+enum class AuthType : uint32_t {
+    NONE = 0,      // no authentication
+    PAP = 1,       // password in the clear
+    CHAP = 2,      // challenge and response
+    PAP_CHAP = 3,  // either
+};
 
 // APN class of the operator's policy; an absent class has no value of its own.
-enum class ApnClass : uint32_t { IMS = 1, ADMN = 2, INET = 3, APP = 4 };
+enum class ApnClass : uint32_t {
+    IMS = 1,   // voice and messages over IP
+    ADMN = 2,  // the operator's administration
+    INET = 3,  // the internet
+    APP = 4,   // the operator's applications
+};
 
 // APN types, as bits of a mask.
 enum ApnTypes : uint32_t {
-    APN_TYPE_DEFAULT = 0x1,
-    APN_TYPE_MMS = 0x2,
-    APN_TYPE_SUPL = 0x4,
-    APN_TYPE_DUN = 0x8,
-    APN_TYPE_HIPRI = 0x10,
-    APN_TYPE_FOTA = 0x20,
-    APN_TYPE_IMS = 0x40,
-    APN_TYPE_CBS = 0x80,
-    APN_TYPE_IA = 0x100,
-    APN_TYPE_EMERGENCY = 0x200,
-    APN_TYPE_MCX = 0x400,
-    APN_TYPE_XCAP = 0x800,
+    APN_TYPE_DEFAULT = 0x1,      // ordinary data
+    APN_TYPE_MMS = 0x2,          // multimedia messages
+    APN_TYPE_SUPL = 0x4,         // assisted location
+    APN_TYPE_DUN = 0x8,          // tethering
+    APN_TYPE_HIPRI = 0x10,       // ordinary data that goes before others
+    APN_TYPE_FOTA = 0x20,        // updates over the air
+    APN_TYPE_IMS = 0x40,         // voice and messages over IP
+    APN_TYPE_CBS = 0x80,         // the operator's own services
+    APN_TYPE_IA = 0x100,         // initial attach
+    APN_TYPE_EMERGENCY = 0x200,  // emergency calls
+    APN_TYPE_MCX = 0x400,        // mission-critical services
+    APN_TYPE_XCAP = 0x800,       // settings of supplementary services
 };
 
 // How a filter compares, as bits of a mask: without a bit the values must be equal.
@@ -55,33 +74,42 @@ enum MatchCriteria : uint32_t {
 // An enumerator and the name it is printed under.
 template <class Value>
 struct NamedValue {
-    Value value;
-    const char* name;
+    Value value;       // the enumerator
+    const char* name;  // its name, which dump() prints and the tool reads
 };
 
-// The names of each enumeration, for every printer and reader of them; a mask prints in this order.
+// The names of TechType, for every printer and reader of them; here as below, a value without a
+// name prints as its decimal number.
 inline constexpr NamedValue<TechType> kTechTypeNames[] = {
     {TechType::TECH_3GPP, "3GPP"},
     {TechType::TECH_3GPP2, "3GPP2"},
 };
+
+// The names of IPType.
 inline constexpr NamedValue<IPType> kIPTypeNames[] = {
     {IPType::UNKNOWN, "UNKNOWN"},
     {IPType::V4, "V4"},
     {IPType::V6, "V6"},
     {IPType::V4V6, "V4V6"},
 };
+
+// The names of AuthType.
 inline constexpr NamedValue<AuthType> kAuthTypeNames[] = {
     {AuthType::NONE, "NONE"},
     {AuthType::PAP, "PAP"},
     {AuthType::CHAP, "CHAP"},
     {AuthType::PAP_CHAP, "PAP_CHAP"},
 };
+
+// The names of ApnClass.
 inline constexpr NamedValue<ApnClass> kApnClassNames[] = {
     {ApnClass::IMS, "IMS"},
     {ApnClass::ADMN, "ADMN"},
     {ApnClass::INET, "INET"},
     {ApnClass::APP, "APP"},
 };
+
+// The names of ApnTypes, in the order that a mask prints in; bits without a name are left out.
 inline constexpr NamedValue<ApnTypes> kApnTypeNames[] = {
     {APN_TYPE_DEFAULT, "DEFAULT"}, {APN_TYPE_MMS, "MMS"},
     {APN_TYPE_SUPL, "SUPL"},       {APN_TYPE_DUN, "DUN"},
@@ -90,6 +118,8 @@ inline constexpr NamedValue<ApnTypes> kApnTypeNames[] = {
     {APN_TYPE_IA, "IA"},           {APN_TYPE_EMERGENCY, "EMERGENCY"},
     {APN_TYPE_MCX, "MCX"},         {APN_TYPE_XCAP, "XCAP"},
 };
+
+// The names of MatchCriteria; likewise.
 inline constexpr NamedValue<MatchCriteria> kMatchCriteriaNames[] = {
     {MATCH_HOME_IP_SUBSET, "HomeIPSubset"},     {MATCH_ROAM_IP_SUBSET, "RoamIPSubset"},
     {MATCH_APN_NAME_SUBSET, "ApnNameSubset"},   {MATCH_APN_TYPES_SUBSET, "ApnTypeBitmaskSubset"},
@@ -104,6 +134,8 @@ class ZEM_EXPORT ProfileParams {
     ProfileParams(ProfileParams&&) = default;
     ProfileParams& operator=(const ProfileParams&) = default;
     ProfileParams& operator=(ProfileParams&&) = default;
+
+    // Virtual: the records are handed round by their base.
     virtual ~ProfileParams();
 
     // The present settings in one line, each as "Name=value,"; the password is in the clear.
@@ -114,12 +146,13 @@ class ZEM_EXPORT ProfileParams {
     std::string getApnName() const { return apnName.value_or(""); }
     void setApnName(std::string value) { apnName = std::move(value); }
 
-    // User name for authentication; case matters.
+    // User name for authentication; case matters. The modem gets the first 127 bytes.
     bool hasUserName() const { return userName.has_value(); }
     std::string getUserName() const { return userName.value_or(""); }
     void setUserName(std::string value) { userName = std::move(value); }
 
-    // Password for authentication; case matters.
+    // Password for authentication; case matters. The modem gets the first 127 bytes. Every log line
+    // and dump of a record shows it.
     bool hasPassword() const { return password.has_value(); }
     std::string getPassword() const { return password.value_or(""); }
     void setPassword(std::string value) { password = std::move(value); }
@@ -129,22 +162,22 @@ class ZEM_EXPORT ProfileParams {
     AuthType getAuthType() const { return authType.value_or(AuthType{}); }
     void setAuthType(AuthType value) { authType = value; }
 
-    // PDP/PDN type on the home network.
+    // PDP/PDN type on the home network; UNKNOWN goes to the modem as V4V6.
     bool hasHomeIPType() const { return homeIPType.has_value(); }
     IPType getHomeIPType() const { return homeIPType.value_or(IPType{}); }
     void setHomeIPType(IPType value) { homeIPType = value; }
 
-    // PDP/PDN type when roaming; 3GPP only.
+    // PDP/PDN type when roaming; 3GPP only. UNKNOWN goes to the modem as "not set".
     bool hasRoamIPType() const { return roamIPType.has_value(); }
     IPType getRoamIPType() const { return roamIPType.value_or(IPType{}); }
     void setRoamIPType(IPType value) { roamIPType = value; }
 
-    // APN types served: ApnTypes bits.
+    // APN types served: ApnTypes bits. Bits without a name do not reach the modem.
     bool hasApnTypesMask() const { return apnTypesMask.has_value(); }
     unsigned int getApnTypesMask() const { return apnTypesMask.value_or(0u); }
     void setApnTypesMask(unsigned int value) { apnTypesMask = value; }
 
-    // APN class.
+    // APN class of the operator's policy.
     bool hasApnClass() const { return apnClass.has_value(); }
     ApnClass getApnClass() const { return apnClass.value_or(ApnClass{}); }
     void setApnClass(ApnClass value) { apnClass = value; }
@@ -164,7 +197,8 @@ class ZEM_EXPORT ProfileParams {
     bool getIsApnDisabled() const { return isApnDisabled.value_or(false); }
     void setIsApnDisabled(bool value) { isApnDisabled = value; }
 
-    // PDN connections allowed in one time block, 0 to 65535; 3GPP only.
+    // PDN connections allowed in one time block, 0 to 65535; 3GPP only. Here as in the two below,
+    // the modem gets the low 16 bits of any other number.
     bool hasMaxPdnsConnPerBlock() const { return maxPdnsConnPerBlock.has_value(); }
     int getMaxPdnsConnPerBlock() const { return maxPdnsConnPerBlock.value_or(0); }
     void setMaxPdnsConnPerBlock(int value) { maxPdnsConnPerBlock = value; }
@@ -187,8 +221,8 @@ class ZEM_EXPORT ProfileParams {
     bool getIsIAProfile() const { return isIAProfile.value_or(false); }
 
   protected:
-    std::optional<bool> isZemProfile;
-    std::optional<bool> isIAProfile;
+    std::optional<bool> isZemProfile;  // the library created it; what a filter asks of it
+    std::optional<bool> isIAProfile;   // for the initial attach; likewise
 
   private:
     friend class ModemProfile;
@@ -229,6 +263,7 @@ class ZEM_EXPORT AddProfileParams : public ProfileParams {
     // As constructed: the family of profiles to create it in.
     TechType getTechType() const { return techType; }
 
+    // As of any record, after "3GPP persist=false: " or the like.
     std::string dump() const override;
 
   private:
@@ -237,7 +272,8 @@ class ZEM_EXPORT AddProfileParams : public ProfileParams {
 };
 
 // A question about profiles: each present setting must agree with the profile's. The defaults ask
-// nothing, so an empty filter matches every profile.
+// nothing, so an empty filter matches every profile. A setting that is called 3GPP only is failed
+// by every 3GPP2 profile.
 class ZEM_EXPORT FilterProfileParams : public ProfileParams {
   public:
     FilterProfileParams() = default;
@@ -245,7 +281,7 @@ class ZEM_EXPORT FilterProfileParams : public ProfileParams {
     // All settings of params are asked for, the markers of a library profile included.
     FilterProfileParams(const ProfileParams& params);
 
-    // Index on the modem.
+    // Index on the modem, 0 to 255; others match nothing.
     bool hasFilterByProfileId() const { return filterByProfileId.has_value(); }
     int getFilterByProfileId() const { return filterByProfileId.value_or(0); }
     void setFilterByProfileId(int id) { filterByProfileId = id; }
@@ -265,11 +301,12 @@ class ZEM_EXPORT FilterProfileParams : public ProfileParams {
     bool hasFilterByIsIAProfile() const { return isIAProfile.has_value(); }
     void setFilterByIsIAProfile(bool value) { isIAProfile = value; }
 
-    // MatchCriteria bits, none by default.
+    // MatchCriteria bits, none by default; add sets those given, remove clears them.
     unsigned int getFilterMatchCriteria() const { return filterMatchCriteria; }
     void addFilterMatchCriteria(unsigned int bits) { filterMatchCriteria |= bits; }
     void removeFilterMatchCriteria(unsigned int bits) { filterMatchCriteria &= ~bits; }
 
+    // As of any record, after the criteria ("None: " without), and "tech=" and "id=" where asked.
     std::string dump() const override;
 
   private:

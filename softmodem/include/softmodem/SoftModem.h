@@ -20,19 +20,34 @@
 #include <variant>
 #include <vector>
 
+// Marks what libsoftmodem.so exports.
 #define SOFTMODEM_API __attribute__((visibility("default")))
 
 namespace softmodem {
 
-// As on the wire.
-enum class Tech : uint32_t { k3gpp = 0, k3gpp2 = 1 };
-enum class Event : uint32_t { kCreate = 1, kDelete, kModify, kSubscriptionChange, kProfileReady };
+// The family of profiles, as on the wire.
+enum class Tech : uint32_t {
+    k3gpp = 0,   // index 1 to 255
+    k3gpp2 = 1,  // index 0 to 254
+};
 
-// The fields of a profile by name ("apn_name", "pdp_type"), with the values that stand on the wire.
-// fieldNames() lists them; a name that is not in it, or a text where a number belongs, is refused.
+// What an indication tells, as on the wire.
+enum class Event : uint32_t {
+    kCreate = 1,          // there is a new profile
+    kDelete,              // a profile has gone
+    kModify,              // a profile has changed
+    kSubscriptionChange,  // the subscription has another store
+    kProfileReady,        // the store may be read
+};
+
+// What a field of a profile holds, as it stands on the wire.
 using Value = std::variant<uint64_t, std::string>;
+
+// The fields of a profile by name ("apn_name", "pdp_type"). fieldNames() lists them; a name that is
+// not in it, or a text where a number belongs, is refused.
 using Fields = std::map<std::string, Value, std::less<>>;
 
+// The fields that a profile of that family may have.
 SOFTMODEM_API std::vector<std::string> fieldNames(Tech tech);
 
 // The names that a field's values have in texts, besides numbers; empty for most.
@@ -42,10 +57,11 @@ SOFTMODEM_API std::vector<std::string> valueNames(std::string_view field);
 // std::invalid_argument, which says what is wrong with the field or the value.
 SOFTMODEM_API Value parseValue(Tech tech, std::string_view field, std::string_view text);
 
+// A profile in a store, or the changes to one.
 struct Profile {
-    Tech tech = Tech::k3gpp;
-    unsigned index = 0;
-    Fields fields = {};
+    Tech tech = Tech::k3gpp;  // with the index: which profile
+    unsigned index = 0;       // ignored where the modem chooses one
+    Fields fields = {};       // those that are set
 };
 
 // What the client library's calls return when they fail; zap_error_cb gets kServiceGone.
@@ -53,22 +69,22 @@ enum class CallError : int {
     kBadHandle = -1,    // null, released, or of the wrong kind
     kBadArgument = -2,  // a null pointer, or no room for the result
     kServiceGone = -3,  // the modem is down, or was since the client was opened
-    kTimedOut = -4,
-    kSendFailed = -5,
-    kUndecodable = -6,
+    kTimedOut = -4,     // no answer within the caller's time-out
+    kSendFailed = -5,   // the request could not be sent
+    kUndecodable = -6,  // the bytes are no message of that id
 };
 
 // The error code of a refused request; its result is then 1.
 enum class ErrorCode : uint32_t {
-    kNone = 0,
-    kInternal,
-    kFull,
-    kInvalidIndex,
-    kInvalidProfileType,
-    kInvalidArgument,
-    kMalformedLength,
-    kNotBound,
-    kUnknownMessage,
+    kNone = 0,            // not refused
+    kInternal,            // what a fault says unless told otherwise
+    kFull,                // no index is free
+    kInvalidIndex,        // there is no such profile
+    kInvalidProfileType,  // neither 3GPP nor 3GPP2
+    kInvalidArgument,     // a subscription or a field that cannot be
+    kMalformedLength,     // a request or a list in it of the wrong size
+    kNotBound,            // the client has not named its subscription
+    kUnknownMessage,      // there is no such request
 };
 
 // What goes wrong with a request, or with the indications that follow it.
@@ -92,10 +108,10 @@ enum class FaultKind {
 // Applies to `count` requests of that message id, after `skip` others; then it is used up. Faults
 // of different kinds may meet in one request; of two of the same kind, the second waits.
 struct Fault {
-    FaultKind kind;
+    FaultKind kind;          // what goes wrong
     unsigned messageId = 0;  // 0: any request; 0x00A8: indications that no request has caused
-    unsigned count = 1;
-    unsigned skip = 0;
+    unsigned count = 1;      // how many it meets
+    unsigned skip = 0;       // how many it lets pass before
     // kRefuse: the error code (0: kInternal); kListCount: the count; kUnknownEnums: what the
     // enumerations hold, cut to their width (0: 0xC8C8C8C8).
     uint32_t value = 0;
@@ -103,33 +119,40 @@ struct Fault {
 
 // One request as the modem got it.
 struct Request {
-    unsigned messageId = 0;
-    std::string name;  // "create profile"
-    unsigned subscription = 0;
-    std::vector<uint8_t> bytes;      // as sent, the first 64 KiB
-    int sendResult = 0;              // what the send call returned
-    uint32_t result = 0, error = 0;  // as answered
+    unsigned messageId = 0;      // what it asks for
+    std::string name;            // "create profile"
+    unsigned subscription = 0;   // the client's, 0 before it has one
+    std::vector<uint8_t> bytes;  // as sent, the first 64 KiB
+    int sendResult = 0;          // what the send call returned
+    uint32_t result = 0;         // as answered: 1 for a refusal
+    uint32_t error = 0;          // as answered: an ErrorCode
 };
 
+// What has happened since the beginning or the last reset, and what is open now.
 struct Counters {
     std::map<unsigned, unsigned> requests;  // by message id
-    unsigned requestsTotal = 0;
-    unsigned indicationsSent = 0;
-    unsigned openClients = 0, openNotifiers = 0;
-    unsigned badHandles = 0;  // calls with a null, released or unknown handle
-    bool diagOpen = false;
+    unsigned requestsTotal = 0;             // of all ids
+    unsigned indicationsSent = 0;           // to each client counted on its own
+    unsigned openClients = 0;               // handles to the service, not yet released
+    unsigned openNotifiers = 0;             // handles that wait for the service, not yet released
+    unsigned badHandles = 0;                // calls with a null, released or unknown handle
+    bool diagOpen = false;                  // whether the diagnostic channel is
 };
 
 // One line that came through the diagnostic channel.
 struct DiagLine {
-    unsigned line, subsystem, mask;
-    std::string file, text;
+    unsigned line;       // of the source file
+    unsigned subsystem;  // as the sender numbers itself
+    unsigned mask;       // what importance the channel filters by
+    std::string file;    // the sender's source file
+    std::string text;    // with its arguments filled in
 };
 
 class ModemState;
 
 class SOFTMODEM_API SoftModem {
   public:
+    // The modem of the process.
     static SoftModem& instance();
 
     // Back to the beginning: up, empty stores, no faults, hook, latency, counters or logs;
@@ -138,13 +161,20 @@ class SOFTMODEM_API SoftModem {
     void reset();
 
     // --- Power ---
-    // Down: clients get their error callback, notifiers hear of it, requests fail. Up: profiles
-    // without the persistent flag are gone, notifiers are called, and clients that register get
-    // ProfileReady. A client that was open at a goDown() is of no more use; when it has no error
-    // callback by then, it gets its error as soon as it registers one.
+
+    // Clients get their error callback, notifiers hear of it, requests fail. A client that is open
+    // is of no more use; when it has no error callback by then, it gets its error as soon as it
+    // registers one. Nothing happens when the modem is down.
     void goDown();
+
+    // Profiles without the persistent flag are gone, notifiers are called, and clients that
+    // register get ProfileReady. Nothing happens when the modem is up.
     void comeUp();
-    void restart();  // down and up
+
+    // Down and up; up alone when the modem is down.
+    void restart();
+
+    // Whether the modem answers.
     bool isUp() const;
 
     // Swaps the stores of two subscriptions, as a user does who swaps SIM cards, and sends
@@ -152,27 +182,51 @@ class SOFTMODEM_API SoftModem {
     void swapSubscriptions(unsigned a, unsigned b);
 
     // --- The stores, behind the library's back ---
-    // Changes are indicated like any other. Subscription 0 unless said otherwise.
-    // createProfile() takes the lowest free index, createProfileAt() the profile's own; empty when
-    // the store is full, the index is taken or out of range, or a field is refused.
+    // Changes are indicated like any other. They work on a modem that is down as well.
+
+    // Takes the lowest free index and returns it; empty when the store is full, there is no such
+    // subscription, or a field is refused.
     std::optional<unsigned> createProfile(const Profile& profile, unsigned subscription = 0);
+
+    // Takes the profile's own index; empty also when that is taken or out of range.
     std::optional<unsigned> createProfileAt(const Profile& profile, unsigned subscription = 0);
+
+    // Sets those fields and leaves the others. False when there is no such profile, or a field is
+    // refused.
     bool modifyProfile(const Profile& changes, unsigned subscription = 0);
+
+    // False when there is no such profile.
     bool deleteProfile(Tech tech, unsigned index, unsigned subscription = 0);
-    std::vector<Profile> profiles(unsigned subscription = 0) const;  // 3GPP first, by index
+
+    // All profiles, 3GPP first, by index.
+    std::vector<Profile> profiles(unsigned subscription = 0) const;
+
+    // One profile; empty when there is none.
     std::optional<Profile> profile(Tech tech, unsigned index, unsigned subscription = 0) const;
 
     // Sends an indication as it stands, to the clients that want it; 0 and unknown events too.
     void indicate(uint32_t tech, unsigned index, uint32_t event, unsigned subscription = 0);
+
     // Sends raw bytes under any message id to every client.
     void indicateRaw(unsigned messageId, const std::vector<uint8_t>& bytes);
 
     // --- Faults and time ---
+
+    // Plants a fault for requests to come; a count of 0 plants none.
     void addFault(const Fault& fault);
+
+    // Forgets those that have not been used up.
     void clearFaults();
-    void releaseIndications();                              // those delayed, in order
-    void setHurry(bool hurry);                              // time-outs fail at once; default off
-    void setLatency(std::chrono::microseconds perRequest);  // default none
+
+    // Sends the indications that faults have kept back, in order.
+    void releaseIndications();
+
+    // Whether time-outs fail at once; off at first.
+    void setHurry(bool hurry);
+
+    // How long each request takes; nothing at first. Longer than the caller's time-out: it fails.
+    void setLatency(std::chrono::microseconds perRequest);
+
     // Called on the requesting thread before a request is looked at; empty: none. It may call this
     // modem. A call of the former hook may still be running when this returns.
     void setRequestHook(std::function<void(const Request&)> hook);
@@ -182,19 +236,32 @@ class SOFTMODEM_API SoftModem {
     bool waitUntilIdle(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
     // --- What it was asked ---
+
+    // A copy as of now.
     Counters counters() const;
-    std::vector<Request> requests() const;    // oldest first, the newest 4096
-    void clearRequests();                     // counters and requests
-    std::vector<DiagLine> diagLines() const;  // oldest first, the newest 16384
+
+    // Oldest first, the newest 4096.
+    std::vector<Request> requests() const;
+
+    // Forgets requests and counters.
+    void clearRequests();
+
+    // Oldest first, the newest 16384.
+    std::vector<DiagLine> diagLines() const;
 
     // --- Files ---
-    // A text that a person can read and edit. save() replaces the file atomically. Both throw
-    // std::runtime_error; load()'s message begins "FILE:LINE: " where a line is at fault, and a
-    // file that is refused changes nothing. A loaded store is announced by ProfileReady.
+    // A text that a person can read and edit.
+
+    // Replaces the file atomically with the stores of all subscriptions; throws std::runtime_error.
     void save(const std::string& path) const;
+
     // What save() writes, of those profiles that are wanted; empty: of all.
     std::string storeText(
         const std::function<bool(const Profile&, unsigned subscription)>& wanted = {}) const;
+
+    // Takes the stores from the file and announces them by ProfileReady. Throws std::runtime_error,
+    // whose message begins "FILE:LINE: " where a line is at fault; a file that is refused changes
+    // nothing.
     void load(const std::string& path);
 
   private:
