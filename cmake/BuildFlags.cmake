@@ -41,3 +41,10 @@ if(ZEM_COVERAGE)
     target_compile_options(zem_build_flags INTERFACE --coverage -fprofile-update=atomic)
     target_link_options(zem_build_flags INTERFACE --coverage)
 endif()
+if(ANDROID)
+    # Pages of 16 KiB, relocations packed as platform 30 can read them, and equal functions folded,
+    # for which clang must say whose addresses are taken.
+    target_compile_options(zem_build_flags INTERFACE -faddrsig)
+    target_link_options(
+        zem_build_flags INTERFACE LINKER:-z,max-page-size=16384 LINKER:--pack-dyn-relocs=relr LINKER:--icf=safe)
+endif()
