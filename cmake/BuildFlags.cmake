@@ -46,3 +46,11 @@ endif()
 # zem_build_flags, whose level of optimisation it takes back.
 add_library(zem_test_flags INTERFACE)
 target_compile_options(zem_test_flags INTERFACE -O0 -U_FORTIFY_SOURCE)
+
+if(ANDROID)
+    # Pages of 16 KiB, relocations packed as platform 30 can read them, and equal functions folded,
+    # for which clang must say whose addresses are taken.
+    target_compile_options(zem_build_flags INTERFACE -faddrsig)
+    target_link_options(
+        zem_build_flags INTERFACE LINKER:-z,max-page-size=16384 LINKER:--pack-dyn-relocs=relr LINKER:--icf=safe)
+endif()

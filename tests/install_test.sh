@@ -1,22 +1,51 @@
 #!/usr/bin/env bash
-# install_test.sh BUILD-DIR CXX EXAMPLE.cpp
+# install_test.sh BUILD-DIR SOURCE-DIR CXX EXAMPLE.cpp
 #
-# The installed tree stands alone: a program builds against its headers and libraries, both that
-# program and the tool find all libraries by their run paths, and the tool's manual page and
-# completions say what its verbs are.
+# The installed tree stands alone, wherever it is moved to: other projects find it by CMake and by
+# pkg-config, build against its headers and libraries, and run; they and the tool find all libraries
+# by their run paths, and the tool's manual page and completions say what its verbs are.
 set -euo pipefail
 unset LD_LIBRARY_PATH
-build=$1 cxx=$2 example=$3
+build=$1 source=$2 cxx=$3 example=$4
 
-prefix=$(mktemp -d)
-trap 'rm -rf "$prefix"' EXIT
-cmake --install "$build" --prefix "$prefix" >/dev/null
-lib=$(dirname "$(find "$prefix" -name libzem.so)")
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+install_to() {  # PREFIX [CMAKE-ARG...]
+    cmake --install "$build" --prefix "$@" >/dev/null
+}
+files() { (cd "$1" && find . ! -type d | sort); }
 
-"$cxx" -std=c++17 -I "$prefix/include" "$example" -o "$prefix/example" \
-    -L "$lib" -lzem -lsoftmodem -Wl,-rpath,"$lib" -Wl,--allow-shlib-undefined -pthread
-output=$("$prefix/example")
-grep -q '^3GPP:[0-9]* token=.*ApnName=internet,' <<<"$output"
+# Each component brings its own files, and together they bring all.
+install_to "$work/parts" --component zem
+! files "$work/parts" | grep -E 'zemctl|softmodem' || { echo "these belong to other components"; exit 1; }
+install_to "$work/parts" --component softmodem
+! files "$work/parts" | grep zemctl || { echo "these belong to the tool"; exit 1; }
+install_to "$work/parts" --component zemctl
+install_to "$work/first" --strip
+diff <(files "$work/first") <(files "$work/parts") || { echo "these belong to no component"; exit 1; }
+
+prefix=$work/moved
+mv "$work/first" "$prefix"
+! grep -rlF -e "$source" -e "$build" -e "$work" "$prefix" || { echo "these name a folder of the build"; exit 1; }
+
+cp -r "$source/tests/consumer" "$work/consumer"
+cp "$example" "$work/consumer/example.cpp"
+cp -r "$source/platform/stubs" "$work/consumer/stand_ins"
+cmake -S "$work/consumer" -B "$work/consumer/build" -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/consumer/build" >/dev/null
+"$work/consumer/build/alone" >/dev/null
+
+pc=$(find "$prefix" -name zem.pc)
+export PKG_CONFIG_PATH=${pc%/*}
+pkg-config --atleast-version 0.1 zem
+# shellcheck disable=SC2046  # words
+"$cxx" -std=c++17 "$example" -o "$work/example" $(pkg-config --cflags --libs zem softmodem) \
+    -Wl,-rpath,"$(pkg-config --variable=libdir zem)"
+for program in "$work/consumer/build/example" "$work/example"; do
+    output=$("$program")
+    grep -q '^3GPP:[0-9]* token=.*ApnName=internet,' <<<"$output"
+done
 
 export PATH=$prefix/bin:$PATH
 page=$prefix/share/man/man1/zemctl.1

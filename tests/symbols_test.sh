@@ -2,7 +2,7 @@
 # symbols_test.sh LIBZEM SOURCE-DIR CXX
 #
 # libzem.so exports what the public headers declare, all of it and nothing else, and needs nothing
-# beyond the C and C++ runtime, the platform's closed libraries and the Android log.
+# beyond the C++ runtime, the platform's closed libraries, the Android log and what Android's C library has.
 set -euo pipefail
 export LC_ALL=C
 library=$(realpath "$1") source=$(realpath "$2") cxx=$3
@@ -56,6 +56,8 @@ complain "declared in a public header, but not exported" < <(comm -23 required e
 grep -hoE '\b(zap|wds|diag)_[a-z0-9_]+\(' "$source"/platform/include/*.h | tr -d '(' >platform
 echo __android_log_print >>platform
 nm -D --undefined-only "$library" | awk '{ print $NF }' |
-    grep -vE '@(GLIBC|GLIBCXX|CXXABI|GCC)_|^_ITM_|^__gmon_start__$' | sort -u >needed
-complain "needed, but no platform interface" < <(comm -23 needed <(sort -u platform))
+    grep -vE '@(GLIBCXX|CXXABI|GCC)_|^_ITM_|^__gmon_start__$' | sort -u >needed
+complain "needed, but no platform interface" < <(grep -v '@GLIBC_' needed | comm -23 - <(sort -u platform))
+complain "needed of the C library, but not in tests/bionic.txt" \
+    < <(sed -n 's/@GLIBC_.*//p' needed | comm -23 - <(sort "$source/tests/bionic.txt"))
 exit "$status"
