@@ -29,6 +29,17 @@ target_compile_options(
               $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
               $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
               $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
+# Hardened: a broken stack stops the process, what the loader has bound is read only, nothing that is
+# written runs.
+target_compile_options(
+    zem_build_flags
+    INTERFACE -fstack-protector-strong
+              $<$<CXX_COMPILER_ID:GNU>:-fstack-clash-protection>
+              $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE>
+              $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>
+              $<$<STREQUAL:${CMAKE_SYSTEM_PROCESSOR},aarch64>:-mbranch-protection=standard>)
+target_link_options(zem_build_flags INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack,-z,text)
+
 if(ZEM_SANITIZE)
     # Instrumented, the standard library's own headers look as if they used uninitialised values.
     target_compile_options(
@@ -41,6 +52,14 @@ if(ZEM_COVERAGE)
     target_compile_options(zem_build_flags INTERFACE --coverage -fprofile-update=atomic)
     target_link_options(zem_build_flags INTERFACE --coverage)
 endif()
+
+# What ships is built for size, all units as one: half of what -O2 makes of them, and no slower where it
+# counts. The objects serve tests as well, which link them one by one.
+add_library(zem_small_flags INTERFACE)
+target_compile_options(
+    zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os>
+                              $<$<AND:$<NOT:$<CONFIG:Debug>>,$<CXX_COMPILER_ID:GNU>>:-flto=auto;-ffat-lto-objects>
+                              -ffunction-sections -fdata-sections)
 
 # Tests are compiled more often than they run: half the time for each, and nothing that ships. After
 # zem_build_flags, whose level of optimisation it takes back.
