@@ -65,6 +65,7 @@ target_compile_options(
 # zem_build_flags, whose level of optimisation it takes back.
 add_library(zem_test_flags INTERFACE)
 target_compile_options(zem_test_flags INTERFACE -O0 -U_FORTIFY_SOURCE)
+target_link_options(zem_test_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-lto>)
 
 if(ANDROID)
     # Pages of 16 KiB, relocations packed as platform 30 can read them, and equal functions folded,
