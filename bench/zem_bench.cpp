@@ -1,26 +1,23 @@
 // What a caller pays: whole operations through libzem.so on the software modem, beside the bare
 // hand-off between two threads that each of them cannot do without.
 #include <benchmark/benchmark.h>
-#include <softmodem/SoftModem.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
-#include <zem/Manager.h>
 
 #include <condition_variable>
 #include <cstdint>
-#include <list>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include "Phone.h"
+
 namespace {
 
-using softmodem::SoftModem;
-using zem::Manager;
-
-constexpr unsigned kFull = 255;  // profiles that the modem stores of each technology
+using zem::apnNameOf;
+using zem::kFull;
+using zem::Phone;
 
 // One thread waits in epoll, the other hands it a number and waits for it to come back. Nothing is
 // allocated or logged.
@@ -80,27 +77,6 @@ void bareHandoff(benchmark::State& state) {
 }
 BENCHMARK(bareHandoff)->UseRealTime();
 
-std::string nameOf(unsigned i) {
-    return "apn" + std::to_string(i) + ".operator.example";
-}
-
-// A manager whose modem stores count profiles of each technology, all of them read.
-class Phone {
-  public:
-    explicit Phone(unsigned count) {
-        SoftModem& modem = SoftModem::instance();
-        modem.reset();
-        for (const auto tech : {softmodem::Tech::k3gpp, softmodem::Tech::k3gpp2}) {
-            for (unsigned i = 0; i < count; ++i)
-                modem.createProfile({tech, 0, {{"apn_name", nameOf(i)}}});
-        }
-        manager.init(0, false);
-        manager.refresh(zem::COMPLETE);
-    }
-
-    Manager manager;
-};
-
 zem::FilterProfileParams named(const std::string& name) {
     zem::FilterProfileParams filter;
     filter.setApnName(name);
@@ -110,7 +86,7 @@ zem::FilterProfileParams named(const std::string& name) {
 void match(benchmark::State& state) {
     Phone phone(1);
     const auto key = phone.manager.filter({}).front();
-    const zem::FilterProfileParams filter = named(nameOf(0));
+    const zem::FilterProfileParams filter = named(apnNameOf(0));
     for (auto _ : state) benchmark::DoNotOptimize(phone.manager.match(filter, key));
 }
 BENCHMARK(match)->UseRealTime();
@@ -124,7 +100,7 @@ BENCHMARK(getProfile)->UseRealTime();
 
 void filterWithoutHit(benchmark::State& state) {
     Phone phone(static_cast<unsigned>(state.range(0)));
-    const zem::FilterProfileParams filter = named(nameOf(kFull));
+    const zem::FilterProfileParams filter = named(apnNameOf(kFull));
     for (auto _ : state) benchmark::DoNotOptimize(phone.manager.filter(filter));
 }
 BENCHMARK(filterWithoutHit)->Arg(8)->Arg(64)->Arg(kFull)->UseRealTime();

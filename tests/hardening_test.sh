@@ -12,7 +12,7 @@ for file; do
     grep -q '^ *GNU_RELRO ' <<<"$segments" || complain "no read-only relocations"
     grep -qE '^ *GNU_STACK .* RW +0x' <<<"$segments" || complain "executable stack"
     ! grep -qE '^ *LOAD .* (RWE|R?WE) ' <<<"$segments" || complain "a segment is writable and executable"
-    grep -qE '\(FLAGS\).*BIND_NOW' <<<"$dynamic" || complain "bound late"
+    grep -qE '(BIND_NOW|Flags: NOW)' <<<"$dynamic" || complain "bound late"
     ! grep -q TEXTREL <<<"$dynamic" || complain "relocations in the text"
     grep -q '__stack_chk_fail@' <<<"$needed" || complain "no stack protector"
     grep -q '_chk@' <<<"$needed" || complain "no fortified function"
