@@ -54,18 +54,18 @@ if(ZEM_COVERAGE)
 endif()
 
 # What ships is built for size, all units as one: half of what -O2 makes of them, and no slower where it
-# counts. The objects serve tests as well, which link them one by one.
+# counts. On a host the objects serve tests as well, which link them one by one.
 add_library(zem_small_flags INTERFACE)
-target_compile_options(
-    zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os>
-                              $<$<AND:$<NOT:$<CONFIG:Debug>>,$<CXX_COMPILER_ID:GNU>>:-flto=auto;-ffat-lto-objects>
-                              -ffunction-sections -fdata-sections)
+set(in_one $<$<CXX_COMPILER_ID:GNU>:-flto=auto;-ffat-lto-objects>$<$<BOOL:${ANDROID}>:-flto>)
+target_compile_options(zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os;${in_one}> -ffunction-sections
+                                                 -fdata-sections)
+target_link_options(zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os;${in_one}> LINKER:--gc-sections)
 
-# Tests are compiled more often than they run: half the time for each, and nothing that ships. After
-# zem_build_flags, whose level of optimisation it takes back.
-add_library(zem_test_flags INTERFACE)
-target_compile_options(zem_test_flags INTERFACE -O0 -U_FORTIFY_SOURCE)
-target_link_options(zem_test_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-lto>)
+# For what does not ship, and is compiled more often than it runs: half the time for each unit. Named
+# after zem_build_flags, whose level of optimisation it takes back.
+add_library(zem_quick_flags INTERFACE)
+target_compile_options(zem_quick_flags INTERFACE -O0 -U_FORTIFY_SOURCE)
+target_link_options(zem_quick_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-lto>)
 
 if(ANDROID)
     # Pages of 16 KiB, relocations packed as platform 30 can read them, and equal functions folded,
