@@ -37,10 +37,11 @@ void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
     const bool kept = level == LOG_API || level == LOG_ERROR;
     if (!writer && !kept) return;
 
-    char text[kMessageSize + 1] = {};
+    char text[kMessageSize];
+    text[0] = '\0';  // all of it would cost more than most lines do
     va_list args;
     va_start(args, format);
-    vsnprintf(text, kMessageSize, format, args);
+    vsnprintf(text, sizeof text, format, args);
     va_end(args);
 
     if (writer) writer->write(level, tag, text);
