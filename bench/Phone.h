@@ -4,15 +4,16 @@
 #include <softmodem/SoftModem.h>
 #include <zem/Manager.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <string>
 #include <thread>
 
 namespace zem {
 
-constexpr unsigned kFull = 255;  // profiles that the modem stores of each technology
+constexpr size_t kFull = 255;  // profiles that the modem stores of each technology
 
-inline std::string apnNameOf(unsigned i) {
+inline std::string apnNameOf(size_t i) {
     return "apn" + std::to_string(i) + ".operator.example";
 }
 
@@ -20,9 +21,9 @@ inline std::string apnNameOf(unsigned i) {
 class Phone {
   public:
     // The modem has just left its maker, but for count profiles of each technology.
-    explicit Phone(unsigned count) {
+    explicit Phone(size_t count) {
         modem.reset();
-        for (unsigned i = 0; i < count; ++i) store(i);
+        for (size_t i = 0; i < count; ++i) store(i);
         manager.init(0, false);
         // The modem reports its profiles once the engine has registered.
         while (manager.filter({}).size() != 2 * count) std::this_thread::yield();
@@ -34,7 +35,7 @@ class Phone {
     Manager manager;
 
   private:
-    void store(unsigned i) {
+    void store(size_t i) {
         const std::string name = apnNameOf(i), user = "user" + std::to_string(i);
         const softmodem::Profile profiles[] = {
             {softmodem::Tech::k3gpp, 0, {{"apn_name", name}, {"username", user}}},

@@ -99,7 +99,7 @@ void getProfile(benchmark::State& state) {
 BENCHMARK(getProfile)->UseRealTime();
 
 void filterWithoutHit(benchmark::State& state) {
-    Phone phone(static_cast<unsigned>(state.range(0)));
+    Phone phone(static_cast<size_t>(state.range(0)));
     const zem::FilterProfileParams filter = named(apnNameOf(kFull));
     for (auto _ : state) benchmark::DoNotOptimize(phone.manager.filter(filter));
 }
@@ -107,7 +107,7 @@ BENCHMARK(filterWithoutHit)->Arg(8)->Arg(64)->Arg(kFull)->UseRealTime();
 
 // The keys' end included.
 void filterAll(benchmark::State& state) {
-    Phone phone(static_cast<unsigned>(state.range(0)));
+    Phone phone(static_cast<size_t>(state.range(0)));
     for (auto _ : state) benchmark::DoNotOptimize(phone.manager.filter({}));
 }
 BENCHMARK(filterAll)->Arg(8)->Arg(64)->Arg(kFull)->UseRealTime();
@@ -123,7 +123,7 @@ void addAndDelete(benchmark::State& state) {
 BENCHMARK(addAndDelete)->UseRealTime();
 
 void refresh(benchmark::State& state) {
-    Phone phone(static_cast<unsigned>(state.range(0)));
+    Phone phone(static_cast<size_t>(state.range(0)));
     for (auto _ : state) phone.manager.refresh(zem::COMPLETE);
 }
 BENCHMARK(refresh)->Arg(8)->Arg(64)->Arg(kFull)->UseRealTime();

@@ -38,7 +38,7 @@ Memory taken() {
 
 // With an engine that has read count profiles of each technology, less what stays when it is gone.
 // The modem forgets its stores and logs before each look, and the engine keeps what it has read.
-Memory ofEngine(unsigned count) {
+Memory ofEngine(size_t count) {
     Memory memory{};
     for (int round = 0; round < 2;
          ++round) {  // what is made once for the process is there in the second
