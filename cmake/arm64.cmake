@@ -17,7 +17,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # The path to the libraries goes into the programs, and holds for what those libraries need as well.
 set(CMAKE_EXE_LINKER_FLAGS_INIT
-    -Wl,--disable-new-dtags,-rpath-link,${sysroot}/usr/lib/aarch64-linux-gnu)
+    "-Wl,--disable-new-dtags,-rpath-link,'${sysroot}/usr/lib/aarch64-linux-gnu'")
 # As on a device, whose pages may have 16 KiB.
 set(CMAKE_SHARED_LINKER_FLAGS_INIT -Wl,-z,max-page-size=16384)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/emulate)

@@ -91,6 +91,6 @@ expect "alignment of segments" 0x4000 "$(readelf -lW "$library" | awk '$1 == "LO
 # The branches that only Android compiles.
 grep -rl --include='*.cpp' __ANDROID__ "$source/src" "$source/zemctl" | while read -r file; do
     clang++ --target=aarch64-linux-gnu -std=c++17 -Wall -Wextra -Werror -D__ANDROID__ -fsyntax-only \
-        -I "$source/include" -I "$source/zemctl" -isystem "$sysroot/usr/include" "$file"
+        -I "$source/include" -I "$source/zemctl" -isystem "$sysroot/usr/include" "$file" || exit 1
 done || status=1
 exit "$status"
