@@ -1,5 +1,6 @@
 // What a caller pays: whole operations through libzem.so on the software modem, beside the bare
-// hand-off between two threads that each of them cannot do without.
+// hand-off between two threads that each of them cannot do without. The number behind a name is how
+// many profiles of each technology there are.
 #include <benchmark/benchmark.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>

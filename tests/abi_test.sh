@@ -19,6 +19,7 @@ case $machine in
     *X86-64) baseline=$source/tests/abi/x86_64.abi.xz ;;
     *) echo "skipped: no layout is recorded for $machine"; exit 77 ;;
 esac
+grep -q ' [.]debug_info ' < <(readelf -SW "$plain") || { echo "skipped: built without debug information"; exit 77; }
 symbols=$source/tests/abi/symbols.txt
 
 # The complete and the base variant of a constructor may be one.

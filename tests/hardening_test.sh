@@ -20,6 +20,8 @@ for file; do
 done
 
 file=$1
-initialisers=$(nm -C "$file" | grep -E 'sub_I_|_GLOBAL__I' || true)
+names=$(nm "$file" 2>/dev/null)
+[[ $names ]] || complain "stripped: nothing tells what runs when it is loaded"
+initialisers=$(grep -E 'sub_I_|_GLOBAL__I' <<<"$names" || true)
 [[ -z $initialisers ]] || complain "runs when it is loaded: $initialisers"
 exit "$status"
