@@ -59,12 +59,11 @@ add_library(zem_small_flags INTERFACE)
 set(in_one $<$<CXX_COMPILER_ID:GNU>:-flto=auto;-ffat-lto-objects>$<$<BOOL:${ANDROID}>:-flto>)
 target_compile_options(zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os;${in_one}> -ffunction-sections
                                                  -fdata-sections)
-target_link_options(zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os;${in_one}> LINKER:--gc-sections)
 
 # For what does not ship, and is compiled more often than it runs: half the time for each unit. Named
 # after zem_build_flags, whose level of optimisation it takes back.
 add_library(zem_quick_flags INTERFACE)
-target_compile_options(zem_quick_flags INTERFACE -O0 -U_FORTIFY_SOURCE)
+target_compile_options(zem_quick_flags INTERFACE "SHELL:-O0 -U_FORTIFY_SOURCE")
 target_link_options(zem_quick_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-lto>)
 
 if(ANDROID)
