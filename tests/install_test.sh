@@ -31,7 +31,7 @@ mv "$work/first" "$prefix"
 cp -r "$source/tests/consumer" "$work/consumer"
 cp "$example" "$work/consumer/example.cpp"
 cp -r "$source/platform/stubs" "$work/consumer/stand_ins"
-cmake -S "$work/consumer" -B "$work/consumer/build" -DCMAKE_CXX_COMPILER="$cxx" \
+cmake -G Ninja -S "$work/consumer" -B "$work/consumer/build" -DCMAKE_CXX_COMPILER="$cxx" \
     -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/consumer/build" >/dev/null
 "$work/consumer/build/alone" >/dev/null
