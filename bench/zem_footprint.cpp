@@ -40,8 +40,8 @@ Memory taken() {
 // The modem forgets its stores and logs before each look, and the engine keeps what it has read.
 Memory ofEngine(size_t count) {
     Memory memory{};
-    for (int round = 0; round < 2;
-         ++round) {  // what is made once for the process is there in the second
+    // What is made once for the process is there in the second round.
+    for (int round = 0; round < 2; ++round) {
         auto phone = std::make_unique<zem::Phone>(count);
         softmodem::SoftModem& modem = phone->modem;
         modem.reset();

@@ -29,6 +29,7 @@ target_compile_options(
               $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
               $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
               $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>)
+
 # Hardened: a broken stack stops the process, what the loader has bound is read only, nothing that is
 # written runs.
 target_compile_options(
@@ -53,8 +54,8 @@ if(ZEM_COVERAGE)
     target_link_options(zem_build_flags INTERFACE --coverage)
 endif()
 
-# What ships is built for size, all units as one: half of what -O2 makes of them, and no slower where it
-# counts. On a host the objects serve tests as well, which link them one by one.
+# What ships is built for size, all units as one: half of what -O2 makes of them, for a tenth more
+# instructions in a request. On a host the objects serve tests as well, which link them one by one.
 add_library(zem_small_flags INTERFACE)
 set(in_one $<$<CXX_COMPILER_ID:GNU>:-flto=auto;-ffat-lto-objects>$<$<BOOL:${ANDROID}>:-flto>)
 target_compile_options(zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os;${in_one}> -ffunction-sections
