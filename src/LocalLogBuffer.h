@@ -3,13 +3,32 @@
 // Any thread.
 #pragma once
 
+#include <ctime>
 #include <deque>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <zem/Mutex.h>
 
 namespace zem {
+
+// The local time down to the second, as text. Made anew when the second or the variable TZ is
+// another; a zone file that changes behind TZ's back is seen with the next second.
+class SecondText {
+  public:
+    std::string_view at(time_t second);
+
+  private:
+    bool isMadeIn(const char* zone) const;
+
+    std::optional<time_t> madeFor;
+    bool zoneNamed = false;  // by TZ
+    char zoneName[64] = {};
+    char text[50] = {};
+    size_t length = 0;
+};
 
 class LocalLogBuffer {
   public:
@@ -20,7 +39,7 @@ class LocalLogBuffer {
 
     // Appends one line. The buffer settles at one line more than its capacity: it makes room before
     // it appends, and only when it is over full.
-    void addLogWithTimestamp(std::string message);
+    void addLogWithTimestamp(std::string_view message);
 
     // Oldest first.
     std::vector<std::string> getLogs();
@@ -30,6 +49,7 @@ class LocalLogBuffer {
   private:
     Mutex mutex;
     std::deque<std::string> entries ZEM_GUARDED_BY(mutex);
+    SecondText secondText ZEM_GUARDED_BY(mutex);
     const std::string name;
     const size_t capacity;
 };

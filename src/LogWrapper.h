@@ -4,6 +4,7 @@
 // while the process exits; its writer is destroyed then.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -34,6 +35,11 @@ class LogWrapper {
   public:
     static LogWrapper& getInstance();
 
+    // Whether a line of this level reaches anybody.
+    static bool wanted(LogLevel level) {
+        return kept(level) || hasWriter.load(std::memory_order_acquire);
+    }
+
     LogWrapper(const LogWrapper&) = delete;
     LogWrapper& operator=(const LogWrapper&) = delete;
 
@@ -48,7 +54,10 @@ class LogWrapper {
 
   private:
     LogWrapper() = default;
+    static LogWrapper& make();
+    static bool kept(LogLevel level) { return level == LOG_API || level == LOG_ERROR; }
 
+    static std::atomic<bool> hasWriter;
     Mutex mutex;
     std::shared_ptr<LogWriter> installed ZEM_GUARDED_BY(mutex);
 };
@@ -57,5 +66,9 @@ inline constexpr char kLogTag[] = "ZEM";
 
 }  // namespace zem
 
-#define ZEM_LOG(level, ...) \
-    ::zem::LogWrapper::getInstance().log(::zem::level, ::zem::kLogTag, __VA_ARGS__)
+// Logs a line; its arguments are evaluated only when somebody sees it.
+#define ZEM_LOG(level, ...)                                                                  \
+    do {                                                                                     \
+        if (::zem::LogWrapper::wanted(::zem::level))                                         \
+            ::zem::LogWrapper::getInstance().log(::zem::level, ::zem::kLogTag, __VA_ARGS__); \
+    } while (false)
