@@ -17,11 +17,18 @@ std::string dumpOf(const std::shared_ptr<IProfileKey>& key) {
 }  // namespace
 
 std::string nameOf(ReqRespType type) {
-    return nameOf(kReqRespTypeNames, type);
+    std::string name;
+    append(name, kReqRespTypeNames, type);
+    return name;
 }
 
 std::ostream& operator<<(std::ostream& out, ReqRespType type) {
     return out << nameOf(type);
+}
+
+const std::string& ClientRequest::text() const {
+    if (!rendered) rendered = dump();
+    return *rendered;
 }
 
 std::string ClientRequest::dump() const {

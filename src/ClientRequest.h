@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -40,15 +41,20 @@ class ClientRequest {
     virtual std::string dump() const;
     ReqRespType getRequestType() const { return type; }
 
+    // What dump() returned when it was first asked for. The caller's thread before the request is
+    // handed over, the engine's after.
+    const std::string& text() const;
+
   private:
     const ReqRespType type;
+    mutable std::optional<std::string> rendered;
 };
 
 class AddRequest : public ClientRequest {
   public:
     explicit AddRequest(const AddProfileParams& params) : ClientRequest(ADD), params(params) {}
     std::string dump() const override;
-    AddProfileParams getAddProfileParams() const { return params; }
+    const AddProfileParams& getAddProfileParams() const { return params; }
 
   private:
     const AddProfileParams params;
@@ -59,8 +65,8 @@ class ModifyRequest : public ClientRequest {
     ModifyRequest(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key)
         : ClientRequest(MODIFY), params(params), key(std::move(key)) {}
     std::string dump() const override;
-    ModifyProfileParams getModifyProfileParams() const { return params; }
-    std::shared_ptr<IProfileKey> getModifyProfileKey() const { return key; }
+    const ModifyProfileParams& getModifyProfileParams() const { return params; }
+    const std::shared_ptr<IProfileKey>& getModifyProfileKey() const { return key; }
 
   private:
     const ModifyProfileParams params;
@@ -72,7 +78,7 @@ class DeleteRequest : public ClientRequest {
     explicit DeleteRequest(std::shared_ptr<IProfileKey> key)
         : ClientRequest(DELETE), key(std::move(key)) {}
     std::string dump() const override;
-    std::shared_ptr<IProfileKey> getDeleteProfileKey() const { return key; }
+    const std::shared_ptr<IProfileKey>& getDeleteProfileKey() const { return key; }
 
   private:
     const std::shared_ptr<IProfileKey> key;
@@ -83,7 +89,7 @@ class FilterRequest : public ClientRequest {
     explicit FilterRequest(const FilterProfileParams& params)
         : ClientRequest(FILTER), params(params) {}
     std::string dump() const override;
-    FilterProfileParams getFilterParams() const { return params; }
+    const FilterProfileParams& getFilterParams() const { return params; }
 
   private:
     const FilterProfileParams params;
@@ -94,8 +100,8 @@ class MatchRequest : public ClientRequest {
     MatchRequest(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key)
         : ClientRequest(MATCH), params(params), key(std::move(key)) {}
     std::string dump() const override;
-    FilterProfileParams getMatchParams() const { return params; }
-    std::shared_ptr<IProfileKey> getMatchKey() const { return key; }
+    const FilterProfileParams& getMatchParams() const { return params; }
+    const std::shared_ptr<IProfileKey>& getMatchKey() const { return key; }
 
   private:
     const FilterProfileParams params;
@@ -107,7 +113,7 @@ class GetRequest : public ClientRequest {
     explicit GetRequest(std::shared_ptr<IProfileKey> key)
         : ClientRequest(GET), key(std::move(key)) {}
     std::string dump() const override;
-    std::shared_ptr<IProfileKey> getProfileKey() const { return key; }
+    const std::shared_ptr<IProfileKey>& getProfileKey() const { return key; }
 
   private:
     const std::shared_ptr<IProfileKey> key;

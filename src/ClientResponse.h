@@ -40,7 +40,7 @@ class AddResponse : public ClientResponse {
     AddResponse(Status status, std::shared_ptr<IProfileKey> key)
         : ClientResponse(status, ADD), key(std::move(key)) {}
     std::string dump() const override;
-    std::shared_ptr<IProfileKey> getAddProfileKey() const { return key; }
+    const std::shared_ptr<IProfileKey>& getAddProfileKey() const { return key; }
 
   private:
     const std::shared_ptr<IProfileKey> key;
@@ -62,7 +62,7 @@ class FilterResponse : public ClientResponse {
     FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> keys)
         : ClientResponse(status, FILTER), keys(std::move(keys)) {}
     std::string dump() const override;
-    std::list<std::shared_ptr<IProfileKey>> getFilterResult() const { return keys; }
+    const std::list<std::shared_ptr<IProfileKey>>& getFilterResult() const { return keys; }
 
   private:
     const std::list<std::shared_ptr<IProfileKey>> keys;
@@ -83,7 +83,7 @@ class GetResponse : public ClientResponse {
     GetResponse(Status status, std::optional<ProfileParams> params)
         : ClientResponse(status, GET), params(std::move(params)) {}
     std::string dump() const override;
-    std::optional<ProfileParams> getParams() const { return params; }
+    const std::optional<ProfileParams>& getParams() const { return params; }
 
   private:
     const std::optional<ProfileParams> params;

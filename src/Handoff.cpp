@@ -40,7 +40,7 @@ EventFd Handoff::close() {
 
 std::shared_ptr<ClientResponse> Handoff::call(const std::shared_ptr<ClientRequest>& request) {
     if (engineThread.load() == std::this_thread::get_id()) {
-        ZEM_LOG(LOG_ERROR, "request refused on the engine thread: %s", request->dump().c_str());
+        ZEM_LOG(LOG_ERROR, "request refused on the engine thread: %s", request->text().c_str());
         return nullptr;
     }
     // Outlives the lock: left behind by a call that took another's answer, it may own the last
@@ -64,16 +64,18 @@ void Handoff::answer(int fd, const Dispatch& dispatch) {
     // Taken first and held to the end: whatever the dispatch copies of the caller's keys must be
     // gone before the caller can wake and drop its own, or the last reference would die on this
     // thread.
-    const MutexLock lock(mutex);
-    drain(fd, sizeof(uint64_t), LOG_ERROR);
-    signalled = false;
-    drained.notify_all();
-    if (requestSlot) {
-        ZEM_LOG(LOG_INFO, "Handling %s", requestSlot->dump().c_str());
-        if (auto response = dispatch(*requestSlot)) responseSlot = std::move(response);
-        requestSlot = nullptr;
+    {
+        const MutexLock lock(mutex);
+        drain(fd, sizeof(uint64_t), LOG_ERROR);
+        signalled = false;
+        drained.notify_all();
+        if (requestSlot) {
+            ZEM_LOG(LOG_INFO, "Handling %s", requestSlot->text().c_str());
+            if (auto response = dispatch(*requestSlot)) responseSlot = std::move(response);
+            requestSlot = nullptr;
+        }
     }
-    answered.notify_one();
+    answered.notify_one();  // after the unlock: the caller wakes to find the mutex free
 }
 
 }  // namespace zem

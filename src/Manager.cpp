@@ -18,7 +18,7 @@ namespace {
 template <class Response, class Request>
 std::shared_ptr<Response> ask(ClientRequestManager& engine, const char* operation,
                               const std::shared_ptr<Request>& request, const char* failure) {
-    ZEM_LOG(LOG_API, "Manager::%s > %s", operation, request->dump().c_str());
+    ZEM_LOG(LOG_API, "Manager::%s > %s", operation, request->text().c_str());
     const auto response = engine.processClientRequest(request);
     ZEM_LOG(LOG_API, "Manager::%s < %s", operation, response ? response->dump().c_str() : "");
     auto answer = std::dynamic_pointer_cast<Response>(response);
