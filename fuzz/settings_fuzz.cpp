@@ -49,7 +49,7 @@ void checkMatchesItself(const ModemProfile& profile) {
 }
 
 void checkFilters(Input& input, const ModemProfile& profile) {
-    require(profile.match({}), "a filter that asks nothing matches all");
+    require(profile.match(FilterProfileParams()), "a filter that asks nothing matches all");
     FilterProfileParams filter = drawFilter(input);
     const bool strict = profile.match(filter);
     filter.addFilterMatchCriteria(input.number<uint8_t>());

@@ -12,7 +12,9 @@ constexpr NamedValue<Status> kStatusNames[] = {{SUCCESS, "Success"}, {FAILURE, "
 ClientResponse::~ClientResponse() = default;
 
 std::string ClientResponse::dump() const {
-    return nameOf(type) + " " + nameOf(kStatusNames, status);
+    std::string text = nameOf(type) + " ";
+    append(text, kStatusNames, status);
+    return text;
 }
 
 std::string AddResponse::dump() const {
@@ -26,11 +28,15 @@ std::string FilterResponse::dump() const {
 }
 
 std::string MatchResponse::dump() const {
-    return ClientResponse::dump() + " " + nameOf(matches);
+    std::string text = ClientResponse::dump() + " ";
+    append(text, matches);
+    return text;
 }
 
 std::string GetResponse::dump() const {
-    return ClientResponse::dump() + " " + (params ? params->dump() : "");
+    std::string text = ClientResponse::dump() + " ";
+    if (params) appendSettings(text, *params);
+    return text;
 }
 
 }  // namespace zem

@@ -23,8 +23,9 @@ Modem3gpp2Profile::Modem3gpp2Profile(int profileId,
     take(r.user_id_3gpp2_valid, r.user_id_3gpp2, userName);
 }
 
-bool Modem3gpp2Profile::match(const FilterProfileParams& params) const {
-    if (!ModemProfile::match(params)) return false;
+bool Modem3gpp2Profile::match(const ProfileQuery& query) const {
+    if (!ModemProfile::match(query)) return false;
+    const FilterProfileParams& params = query.params;
     const unsigned int criteria = params.getFilterMatchCriteria();
     if (params.homeIPType &&
         !matchIPType(getCommonIPType(), *params.homeIPType, criteria & MATCH_HOME_IP_SUBSET,

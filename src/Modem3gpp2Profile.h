@@ -13,7 +13,7 @@ class Modem3gpp2Profile : public ModemProfile {
     Modem3gpp2Profile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
     ~Modem3gpp2Profile() noexcept(false) override = default;
 
-    bool match(const FilterProfileParams& params) const override;
+    bool match(const ProfileQuery& query) const override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& params) const override;
     ProfileParams get() const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;

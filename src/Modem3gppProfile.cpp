@@ -91,8 +91,9 @@ void Modem3gppProfile::getNewIPTypes(const ProfileParams& params, std::optional<
     }
 }
 
-bool Modem3gppProfile::match(const FilterProfileParams& params) const {
-    if (!ModemProfile::match(params)) return false;
+bool Modem3gppProfile::match(const ProfileQuery& query) const {
+    if (!ModemProfile::match(query)) return false;
+    const FilterProfileParams& params = query.params;
     if (params.hasFilterByIsIAProfile()) {
         if (isIAProfile() != params.getIsIAProfile()) return false;
     } else if (params.hasFilterByIsZemProfile()) {
@@ -222,21 +223,15 @@ wds_modify_profile_settings_req_msg_v01 Modem3gppProfile::constructModifyRequest
 
 std::string Modem3gppProfile::dump() const {
     std::string text = ModemProfile::dump();
-    const auto appendIPType = [&text](const char* label, const std::optional<IPType>& type) {
-        if (type) appendItem(text, label, nameOf(*type));
-    };
-    const auto appendNumber = [&text](const char* label, const auto& number) {
-        if (number) appendItem(text, label, std::to_string(*number));
-    };
-    appendIPType("OverrideHomeIPType=", overrideHomeIPType);
-    appendIPType("LteRoamIP=", lteRoamIPType);
-    appendIPType("UmtsRoamIP=", umtsRoamIPType);
-    appendNumber("MaxPdnsConnPerBlock=", maxPdnsConnPerBlock);
-    appendNumber("MaxPdnConnTimer=", maxPdnConnTimer);
-    appendNumber("PdnReqWaitInterval=", pdnReqWaitInterval);
-    appendNumber("IsApnDisabled=", isApnDisabled);
-    appendNumber("IsEmergencySupported=", isEmergencySupported);
-    if (profileName) appendItem(text, "ProfileName=", *profileName);
+    appendItem(text, "OverrideHomeIPType=", overrideHomeIPType);
+    appendItem(text, "LteRoamIP=", lteRoamIPType);
+    appendItem(text, "UmtsRoamIP=", umtsRoamIPType);
+    appendItem(text, "MaxPdnsConnPerBlock=", maxPdnsConnPerBlock);
+    appendItem(text, "MaxPdnConnTimer=", maxPdnConnTimer);
+    appendItem(text, "PdnReqWaitInterval=", pdnReqWaitInterval);
+    if (isApnDisabled) appendItem(text, "IsApnDisabled=", int{*isApnDisabled});
+    if (isEmergencySupported) appendItem(text, "IsEmergencySupported=", int{*isEmergencySupported});
+    appendItem(text, "ProfileName=", profileName);
     return text;
 }
 

@@ -8,6 +8,16 @@
 #include "SettingRules.h"
 
 namespace zem {
+namespace {
+
+constexpr size_t kUsualDump = 511;  // as much as a log line shows
+
+// Masks in the modem's layout.
+bool matchMask(uint64_t held, uint64_t asked, bool subset) {
+    return (subset ? held & asked : held) == asked;
+}
+
+}  // namespace
 
 bool expired(const ExpirationListener& listener) {
     return listener.second.expired();
@@ -41,25 +51,27 @@ ModemProfile::~ModemProfile() noexcept(false) {
     }
 }
 
-bool ModemProfile::match(const FilterProfileParams& params) const {
+ProfileQuery::ProfileQuery(const FilterProfileParams& params) : params(params) {
+    if (params.hasApnName()) apnName = convertToApnName(params.getApnName());
+    if (params.hasApnTypesMask()) apnTypesMask = convertToZapApnTypeMask(params.getApnTypesMask());
+}
+
+bool ModemProfile::match(const ProfileQuery& query) const {
+    const FilterProfileParams& params = query.params;
     if (params.filterByTechType && *params.filterByTechType != techType) return false;
-    if (params.apnName) {
+    if (query.apnName) {
         if (!apnName) return false;
-        const std::string asked = convertToApnName(*params.apnName);
         const bool found = (params.filterMatchCriteria & MATCH_APN_NAME_SUBSET)
-                               ? apnName->find(asked) != std::string::npos
-                               : *apnName == asked;
+                               ? apnName->find(*query.apnName) != std::string::npos
+                               : *apnName == *query.apnName;
         if (!found) return false;
     }
     if (!agrees(params.userName, userName)) return false;
     if (!agrees(params.password, password)) return false;
     if (!agrees(params.authType, authType)) return false;
-    if (params.apnTypesMask) {
-        if (!apnTypesMask) return false;
-        const bool found = (params.filterMatchCriteria & MATCH_APN_TYPES_SUBSET)
-                               ? matchSubsetApnTypesMask(*params.apnTypesMask)
-                               : matchExactApnTypesMask(*params.apnTypesMask);
-        if (!found) return false;
+    if (query.apnTypesMask) {
+        const bool subset = params.filterMatchCriteria & MATCH_APN_TYPES_SUBSET;
+        if (!apnTypesMask || !matchMask(*apnTypesMask, *query.apnTypesMask, subset)) return false;
     }
     if (!agrees(params.apnClass, apnClass)) return false;
     if (!agrees(params.isClatEnabled, isClatEnabled)) return false;
@@ -74,12 +86,11 @@ bool ModemProfile::matchIPType(IPType held, IPType asked, bool subset, bool supe
 }
 
 bool ModemProfile::matchSubsetApnTypesMask(unsigned int apnTypes) const {
-    const uint64_t asked = convertToZapApnTypeMask(apnTypes);
-    return (asked & getApnTypesMask()) == asked;
+    return matchMask(getApnTypesMask(), convertToZapApnTypeMask(apnTypes), true);
 }
 
 bool ModemProfile::matchExactApnTypesMask(unsigned int apnTypes) const {
-    return getApnTypesMask() == convertToZapApnTypeMask(apnTypes);
+    return matchMask(getApnTypesMask(), convertToZapApnTypeMask(apnTypes), false);
 }
 
 void ModemProfile::apply(const std::shared_ptr<ModemProfile>& other) {
@@ -160,16 +171,17 @@ void ModemProfile::addToRefCount(int change) {
 
 std::string ModemProfile::dump() const {
     std::string text;
-    appendItem(text, "TechType=", nameOf(techType));
-    appendItem(text, "ProfileId=", std::to_string(profileId));
-    if (apnName) appendItem(text, "ApnName=", *apnName);
-    if (userName) appendItem(text, "UserName=", *userName);
-    if (password) appendItem(text, "Password=", *password);
-    if (authType) appendItem(text, "AuthType=", nameOf(*authType));
-    if (commonIPType) appendItem(text, "CommonIPType=", nameOf(*commonIPType));
-    if (apnTypesMask) appendItem(text, "ApnTypesMask=", std::to_string(*apnTypesMask));
-    if (apnClass) appendItem(text, "ApnClass=", nameOf(*apnClass));
-    if (isClatEnabled) appendItem(text, "IsClatEnabled=", *isClatEnabled ? "1" : "0");
+    text.reserve(kUsualDump);
+    appendItem(text, "TechType=", techType);
+    appendItem(text, "ProfileId=", profileId);
+    appendItem(text, "ApnName=", apnName);
+    appendItem(text, "UserName=", userName);
+    appendItem(text, "Password=", password);
+    appendItem(text, "AuthType=", authType);
+    appendItem(text, "CommonIPType=", commonIPType);
+    appendItem(text, "ApnTypesMask=", apnTypesMask);
+    appendItem(text, "ApnClass=", apnClass);
+    if (isClatEnabled) appendItem(text, "IsClatEnabled=", int{*isClatEnabled});
     return text;
 }
 

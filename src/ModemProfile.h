@@ -39,6 +39,16 @@ inline constexpr char kZemIAProfileName[] = "zem_profile_ia";
         member = std::move(value);        \
     }
 
+// A caller's filter made ready to be held against many profiles. Refers to the filter, which must
+// outlive it.
+struct ProfileQuery {
+    ProfileQuery(const FilterProfileParams& params);  // NOLINT: a filter is a query
+
+    const FilterProfileParams& params;
+    std::optional<std::string> apnName;    // as profiles hold theirs: cut, in lower case
+    std::optional<uint64_t> apnTypesMask;  // in the modem's bit layout
+};
+
 class ModemProfile {
   public:
     virtual ~ModemProfile() noexcept(false);
@@ -46,7 +56,7 @@ class ModemProfile {
     ModemProfile& operator=(const ModemProfile&) = delete;
 
     // Whether every setting that the filter asks for agrees.
-    virtual bool match(const FilterProfileParams& params) const;
+    virtual bool match(const ProfileQuery& query) const;
 
     // Takes over the settings that are present in other; null changes nothing.
     virtual void apply(const std::shared_ptr<ModemProfile>& other);

@@ -132,10 +132,11 @@ std::optional<ProfileParams> ProfileCache::get(const std::shared_ptr<ProfileKey>
 
 std::list<std::shared_ptr<ProfileKey>> ProfileCache::filter(const FilterProfileParams& params) {
     std::list<std::shared_ptr<ProfileKey>> keys;
+    const ProfileQuery query = params;
     for (const auto& [token, profile] : engineView()) {
         if (!profile) {
             ZEM_LOG(LOG_ERROR, "ProfileCache: null profile");
-        } else if (profile->match(params)) {
+        } else if (profile->match(query)) {
             keys.push_back(makeKey(token, *profile));
         }
     }

@@ -16,7 +16,13 @@ constexpr NamedValue<ProfileChangedEvent> kEventNames[] = {
 }  // namespace
 
 std::string ProfileChangedInd::dump() const {
-    return nameOf(techType) + ":" + std::to_string(profileId) + " " + nameOf(kEventNames, event);
+    std::string text;
+    append(text, techType);
+    text += ':';
+    append(text, profileId);
+    text += ' ';
+    append(text, kEventNames, event);
+    return text;
 }
 
 }  // namespace zem

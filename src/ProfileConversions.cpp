@@ -167,16 +167,16 @@ unsigned int convertToCommonApnTypeMask(unsigned long mask) {
     return common;
 }
 
-std::string convertToLower(const std::string& text) {
-    std::string lower = text;
-    for (char& c : lower) {
+std::string convertToLower(std::string text) {
+    for (char& c : text) {
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     }
-    return lower;
+    return text;
 }
 
-std::string convertToApnName(const std::string& text) {
-    return convertToLower(text.substr(0, kMaxApnLength));
+std::string convertToApnName(std::string text) {
+    if (text.size() > kMaxApnLength) text.resize(kMaxApnLength);
+    return convertToLower(std::move(text));
 }
 
 }  // namespace zem

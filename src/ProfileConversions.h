@@ -47,9 +47,9 @@ ApnTypes convertToSingleCommonApnType(unsigned long type);
 unsigned int convertToCommonApnTypeMask(unsigned long mask);
 
 // ASCII letters only: no locale, and bytes above 0x7F stay as they are.
-std::string convertToLower(const std::string& text);
+std::string convertToLower(std::string text);
 
 // An APN name as profiles hold it: the first 150 characters in lower case.
-std::string convertToApnName(const std::string& text);
+std::string convertToApnName(std::string text);
 
 }  // namespace zem

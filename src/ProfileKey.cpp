@@ -34,7 +34,13 @@ void ProfileKey::registerExpirationListener(std::function<void()> cb) {
 }
 
 std::string ProfileKey::dump() {
-    return nameOf(techType) + ":" + std::to_string(profileId) + " token=" + std::to_string(token);
+    std::string text;
+    append(text, techType);
+    text += ':';
+    append(text, profileId);
+    text += " token=";
+    append(text, token);
+    return text;
 }
 
 }  // namespace zem

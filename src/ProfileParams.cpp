@@ -3,51 +3,35 @@
 #include "DumpText.h"
 
 namespace zem {
-namespace {
-
-std::string printed(const std::string& value) {
-    return value;
-}
-std::string printed(int value) {
-    return std::to_string(value);
-}
-std::string printed(bool value) {
-    return nameOf(value);
-}
-template <class Enumeration>
-std::string printed(Enumeration value) {
-    return nameOf(value);
-}
-
-template <class Value>
-void appendSetting(std::string& text, const char* label, const std::optional<Value>& setting) {
-    if (setting) appendItem(text, label, printed(*setting));
-}
-
-}  // namespace
-
 ProfileParams::~ProfileParams() = default;
 
 std::string ProfileParams::dump() const {
     std::string text;
-    appendSetting(text, "ApnName=", apnName);
-    appendSetting(text, "UserName=", userName);
-    appendSetting(text, "Password=", password);
-    appendSetting(text, "AuthType=", authType);
-    appendSetting(text, "HomeIPType=", homeIPType);
-    appendSetting(text, "RoamIPType=", roamIPType);
-    if (apnTypesMask)
-        appendItem(text, "ApnTypesMask=", maskNames(kApnTypeNames, *apnTypesMask, "NONE"));
-    appendSetting(text, "ApnClass=", apnClass);
-    appendSetting(text, "IsClatEnabled=", isClatEnabled);
-    appendSetting(text, "MaxPdnsConnPerBlock=", maxPdnsConnPerBlock);
-    appendSetting(text, "MaxPdnConnTimer=", maxPdnConnTimer);
-    appendSetting(text, "PdnReqWaitInterval=", pdnReqWaitInterval);
-    appendSetting(text, "IsApnDisabled=", isApnDisabled);
-    appendSetting(text, "IsEmergencySupported=", isEmergencySupported);
-    appendSetting(text, "IsZemProfile=", isZemProfile);
-    appendSetting(text, "IsIAProfile=", isIAProfile);
+    appendSettings(text, *this);
     return text;
+}
+
+void appendSettings(std::string& text, const ProfileParams& params) {
+    appendItem(text, "ApnName=", params.apnName);
+    appendItem(text, "UserName=", params.userName);
+    appendItem(text, "Password=", params.password);
+    appendItem(text, "AuthType=", params.authType);
+    appendItem(text, "HomeIPType=", params.homeIPType);
+    appendItem(text, "RoamIPType=", params.roamIPType);
+    if (params.apnTypesMask) {
+        text += "ApnTypesMask=";
+        appendMask(text, kApnTypeNames, *params.apnTypesMask, "NONE");
+        text += ',';
+    }
+    appendItem(text, "ApnClass=", params.apnClass);
+    appendItem(text, "IsClatEnabled=", params.isClatEnabled);
+    appendItem(text, "MaxPdnsConnPerBlock=", params.maxPdnsConnPerBlock);
+    appendItem(text, "MaxPdnConnTimer=", params.maxPdnConnTimer);
+    appendItem(text, "PdnReqWaitInterval=", params.pdnReqWaitInterval);
+    appendItem(text, "IsApnDisabled=", params.isApnDisabled);
+    appendItem(text, "IsEmergencySupported=", params.isEmergencySupported);
+    appendItem(text, "IsZemProfile=", params.isZemProfile);
+    appendItem(text, "IsIAProfile=", params.isIAProfile);
 }
 
 AddProfileParams::AddProfileParams(bool isPersistent, TechType techType, bool isIAProfile)
@@ -60,16 +44,25 @@ AddProfileParams::AddProfileParams(const ProfileParams& params, bool isPersisten
 }
 
 std::string AddProfileParams::dump() const {
-    return nameOf(techType) + " persist=" + nameOf(isPersistent) + ": " + ProfileParams::dump();
+    std::string text;
+    append(text, techType);
+    text += " persist=";
+    append(text, isPersistent);
+    text += ": ";
+    appendSettings(text, *this);
+    return text;
 }
 
 FilterProfileParams::FilterProfileParams(const ProfileParams& params) : ProfileParams(params) {}
 
 std::string FilterProfileParams::dump() const {
-    std::string text = maskNames(kMatchCriteriaNames, filterMatchCriteria, "None") + ": ";
-    appendSetting(text, "tech=", filterByTechType);
-    appendSetting(text, "id=", filterByProfileId);
-    return text + ProfileParams::dump();
+    std::string text;
+    appendMask(text, kMatchCriteriaNames, filterMatchCriteria, "None");
+    text += ": ";
+    appendItem(text, "tech=", filterByTechType);
+    appendItem(text, "id=", filterByProfileId);
+    appendSettings(text, *this);
+    return text;
 }
 
 }  // namespace zem

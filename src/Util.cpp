@@ -5,7 +5,6 @@
 #include <optional>
 #include <unordered_set>
 
-#include "DumpText.h"
 #include "LogWrapper.h"
 #include "ProfileConversions.h"
 
@@ -71,7 +70,7 @@ Util::~Util() {
 }
 
 void Util::setProfileUpdateAllowed(bool allowed) {
-    ZEM_LOG(LOG_API, "zem::Util: profileUpdateAllowed %s", nameOf(allowed));
+    ZEM_LOG(LOG_API, "zem::Util: profileUpdateAllowed %s", allowed ? "true" : "false");
     profileUpdateAllowed = allowed;
 }
 
