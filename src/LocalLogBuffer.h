@@ -3,8 +3,8 @@
 // Any thread.
 #pragma once
 
-#include <ctime>
-#include <deque>
+#include <sys/time.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,22 +13,6 @@
 #include <zem/Mutex.h>
 
 namespace zem {
-
-// The local time down to the second, as text. Made anew when the second or the variable TZ is
-// another; a zone file that changes behind TZ's back is seen with the next second.
-class SecondText {
-  public:
-    std::string_view at(time_t second);
-
-  private:
-    bool isMadeIn(const char* zone) const;
-
-    std::optional<time_t> madeFor;
-    bool zoneNamed = false;  // by TZ
-    char zoneName[64] = {};
-    char text[50] = {};
-    size_t length = 0;
-};
 
 class LocalLogBuffer {
   public:
@@ -47,9 +31,19 @@ class LocalLogBuffer {
     void flush();
 
   private:
+    // What a line begins with: "    2026-11-15 06:49:18.123 [ZEM]".
+    std::string_view headAt(const timeval& now) ZEM_REQUIRES(mutex);
+
     Mutex mutex;
-    std::deque<std::string> entries ZEM_GUARDED_BY(mutex);
-    SecondText secondText ZEM_GUARDED_BY(mutex);
+    std::vector<std::string> entries ZEM_GUARDED_BY(mutex);  // a ring once it is over full
+    size_t newest ZEM_GUARDED_BY(mutex) = 0;
+
+    // The head is made anew when the second is another, or the variable TZ: null for one that is
+    // not set. A zone's file that changes is seen with the next second.
+    std::string head ZEM_GUARDED_BY(mutex);
+    std::optional<time_t> headSecond ZEM_GUARDED_BY(mutex);
+    std::optional<std::string> headZone ZEM_GUARDED_BY(mutex);
+
     const std::string name;
     const size_t capacity;
 };

@@ -1,7 +1,6 @@
 #include "LogWrapper.h"
 
 #include <charconv>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -70,49 +69,59 @@ __attribute__((format(printf, 2, 0))) bool printPlain(Text& text, const char* fo
 
 }  // namespace
 
-std::atomic<bool> LogWrapper::hasWriter{false};
-
-LogWrapper& LogWrapper::getInstance() {
-    static LogWrapper& instance = make();
-    return instance;
-}
+std::atomic<LogWrapper*> LogWrapper::instance{nullptr};
+std::atomic<LogWriter*> LogWrapper::installed{nullptr};
 
 LogWrapper& LogWrapper::make() {
     // At exit the writer goes, and a diagnostic channel with it.
     static const struct AtExit {
-        LogWrapper& made = *new LogWrapper;
-        ~AtExit() { made.setLogWriter(nullptr); }
+        AtExit() { instance = new LogWrapper; }
+        ~AtExit() { instance.load()->setLogWriter(nullptr); }
     } atExit;
-    return atExit.made;
+    return *instance;
 }
 
 void LogWrapper::setLogWriter(std::unique_ptr<LogWriter> writer) {
-    std::shared_ptr<LogWriter> next = std::move(writer);
+    std::unique_ptr<LogWriter> old(installed.exchange(writer.release()));
+    if (!old) return;
+    {
+        const MutexLock lock(mutex);
+        replaced.push_back(std::move(old));
+        anyReplaced = true;
+    }
+    destroyReplaced();
+}
+
+void LogWrapper::destroyReplaced() {
+    std::vector<std::unique_ptr<LogWriter>> gone;  // outlives the lock: a writer may log as it goes
     const MutexLock lock(mutex);
-    hasWriter.store(next != nullptr, std::memory_order_release);
-    installed.swap(next);
+    if (writing != 0) return;  // whoever is the last will come here
+    anyReplaced = false;
+    gone.swap(replaced);
+}
+
+void LogWrapper::write(LogLevel level, const char* tag, std::string_view message) {
+    ++writing;
+    if (LogWriter* const writer = installed) writer->write(level, tag, std::string(message));
+    if (--writing == 0 && anyReplaced) destroyReplaced();
+}
+
+void LogWrapper::print(LogLevel level, const char* tag, const char* format, va_list args) {
+    Text text;
+    va_list again;
+    va_copy(again, args);
+    if (!printPlain(text, format, args)) text.print(format, again);
+    va_end(again);
+    write(level, tag, text.view());
+    if (kept(level)) LocalLogBuffer::getInstance().addLogWithTimestamp(text.view());
 }
 
 void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
     if (!wanted(level)) return;
-
-    Text text;
     va_list args;
     va_start(args, format);
-    if (!printPlain(text, format, args)) {
-        va_end(args);
-        va_start(args, format);
-        text.print(format, args);
-    }
+    print(level, tag, format, args);
     va_end(args);
-
-    std::shared_ptr<LogWriter> writer;
-    {
-        const MutexLock lock(mutex);
-        writer = installed;
-    }
-    if (writer) writer->write(level, tag, std::string(text.view()));
-    if (kept(level)) LocalLogBuffer::getInstance().addLogWithTimestamp(text.view());
 }
 
 }  // namespace zem

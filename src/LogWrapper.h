@@ -5,9 +5,12 @@
 #pragma once
 
 #include <atomic>
+#include <cstdarg>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <zem/Mutex.h>
 
@@ -33,33 +36,44 @@ class LogWriter {
 
 class LogWrapper {
   public:
-    static LogWrapper& getInstance();
+    static LogWrapper& getInstance() {
+        LogWrapper* const made = instance.load(std::memory_order_acquire);
+        return made ? *made : make();
+    }
 
     // Whether a line of this level reaches anybody.
     static bool wanted(LogLevel level) {
-        return kept(level) || hasWriter.load(std::memory_order_acquire);
+        return kept(level) || installed.load(std::memory_order_relaxed);
     }
 
     LogWrapper(const LogWrapper&) = delete;
     LogWrapper& operator=(const LogWrapper&) = delete;
 
-    // Null removes the writer. The one before is destroyed as soon as no thread is writing through
-    // it.
+    // Null removes the writer. The one before is destroyed as soon as no thread is writing.
     void setLogWriter(std::unique_ptr<LogWriter> writer);
 
     // Cuts the message to 511 characters. Errors and API lines are kept in the LocalLogBuffer as
     // well.
-    void log(LogLevel level, const char* tag, const char* format, ...)
-        __attribute__((format(printf, 4, 5)));
+    __attribute__((format(printf, 4, 5))) void log(LogLevel level, const char* tag,
+                                                   const char* format, ...);
 
   private:
     LogWrapper() = default;
     static LogWrapper& make();
     static bool kept(LogLevel level) { return level == LOG_API || level == LOG_ERROR; }
+    __attribute__((format(printf, 4, 0))) void print(LogLevel level, const char* tag,
+                                                     const char* format, va_list args);
+    void write(LogLevel level, const char* tag, std::string_view message);
+    void destroyReplaced();
 
-    static std::atomic<bool> hasWriter;
+    static std::atomic<LogWrapper*> instance;
+    static std::atomic<LogWriter*> installed;
+    // Threads that may look at the installed writer. They count themselves in before they look, so
+    // that those replaced have no user when the count is seen at zero.
+    std::atomic<int> writing{0};
+    std::atomic<bool> anyReplaced{false};
     Mutex mutex;
-    std::shared_ptr<LogWriter> installed ZEM_GUARDED_BY(mutex);
+    std::vector<std::unique_ptr<LogWriter>> replaced ZEM_GUARDED_BY(mutex);
 };
 
 inline constexpr char kLogTag[] = "ZEM";

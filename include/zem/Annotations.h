@@ -28,5 +28,8 @@
 // A function that gives the lock up; no argument: the object itself.
 #define ZEM_RELEASE(...) ZEM_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 
+// A function that is called with the lock held.
+#define ZEM_REQUIRES(...) ZEM_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+
 // A function that is left out of the check; it says why it may be.
 #define ZEM_NO_THREAD_SAFETY_ANALYSIS ZEM_THREAD_ATTRIBUTE(no_thread_safety_analysis)
