@@ -27,7 +27,7 @@ std::string_view LocalLogBuffer::headAt(const timeval& now) {
         head = std::string("    ") + seconds + ".000 [" + name + "]";
         headSecond = now.tv_sec;
         headZone.reset();
-        if (zone) headZone = zone;
+        if (zone) headZone.emplace(zone);
     }
     char* const digits = &head[head.size() - name.size() - strlen("000 []")];
     const auto milliseconds = static_cast<unsigned>(now.tv_usec) / 1000;
@@ -52,8 +52,9 @@ void LocalLogBuffer::addLogWithTimestamp(std::string_view message) {
     std::string& line = entries[newest];
     const size_t size = start.size() + message.size();
     if (line.capacity() > 2 * size) line = std::string();
+    line.clear();
     line.reserve(size);
-    line.assign(start).append(message);
+    line.append(start).append(message);
 }
 
 std::vector<std::string> LocalLogBuffer::getLogs() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -16,6 +17,14 @@ std::string dumpOf(const std::shared_ptr<ModemProfile>& profile) {
     return profile ? profile->dump() : "null";
 }
 
+// Where the token's entry is, or would be.
+template <class Profiles>
+auto placeOf(uint64_t token, Profiles& profiles) {
+    return std::lower_bound(
+        profiles.begin(), profiles.end(), token,
+        [](const auto& entry, uint64_t wanted) { return entry.token < wanted; });
+}
+
 bool isOf(const std::shared_ptr<ModemProfile>& profile, const ProfileChangedInd& ind) {
     return profile && profile->getTechType() == ind.techType &&
            profile->getProfileId() == ind.profileId;
@@ -26,7 +35,8 @@ std::shared_ptr<ModemProfile> makeProfile(const AddProfileParams& params) {
     switch (params.getTechType()) {
         case TechType::TECH_3GPP: {
             auto profile = std::make_shared<Modem3gppProfile>(params);
-            profile->setProfileName(params.getIsIAProfile() ? kZemIAProfileName : kZemProfileName);
+            profile->setProfileName(
+                std::string(params.getIsIAProfile() ? kZemIAProfileName : kZemProfileName));
             return profile;
         }
         case TechType::TECH_3GPP2:
@@ -217,7 +227,7 @@ bool ProfileCache::refresh() {
     old.clear();
     for (auto& profile : proxy.getAllProfiles()) enter(generateToken(), std::move(profile));
     ZEM_LOG(LOG_API, "Refreshed Profiles:");
-    for (const auto& entry : engineView()) ZEM_LOG(LOG_API, "%s", dumpOf(entry.second).c_str());
+    for (const auto& entry : engineView()) ZEM_LOG(LOG_API, "%s", dumpOf(entry.profile).c_str());
     return true;
 }
 
@@ -234,8 +244,8 @@ std::vector<std::string> ProfileCache::dump() const {
 
 const std::shared_ptr<ModemProfile>* ProfileCache::find(uint64_t token,
                                                         LogLevel levelOnMiss) const {
-    const auto entry = engineView().find(token);
-    if (entry != engineView().end()) return &entry->second;
+    const auto entry = placeOf(token, engineView());
+    if (entry != engineView().end() && entry->token == token) return &entry->profile;
     LogWrapper::getInstance().log(levelOnMiss, kLogTag,
                                   "ProfileCache: token is not present or expired");
     return nullptr;
@@ -254,13 +264,15 @@ std::shared_ptr<ProfileKey> ProfileCache::makeKey(uint64_t token, ModemProfile& 
 
 void ProfileCache::enter(uint64_t token, std::shared_ptr<ModemProfile> profile) {
     const MutexLock lock(mutex);
-    profiles.emplace(token, std::move(profile));
+    profiles.push_back({token, std::move(profile)});
 }
 
 void ProfileCache::erase(uint64_t token) {
-    Profiles::node_type gone;  // outlives the lock: its listeners run when it goes
+    std::shared_ptr<ModemProfile> gone;  // outlives the lock: its listeners run when it goes
     const MutexLock lock(mutex);
-    gone = profiles.extract(token);
+    const auto entry = placeOf(token, profiles);
+    gone = std::move(entry->profile);
+    profiles.erase(entry);
 }
 
 void ProfileCache::expectEcho(TechType techType, int profileId, ProfileChangedEvent event) {
@@ -278,25 +290,20 @@ bool ProfileCache::absorbEcho(const ProfileChangedInd& ind) {
 }
 
 void ProfileCache::dropProfiles(const ProfileChangedInd& ind) {
-    std::list<std::shared_ptr<ModemProfile>> gone;  // outlives the lock: listeners run when they go
+    const auto isGone = [&ind](const Entry& entry) { return isOf(entry.profile, ind); };
+    std::vector<Entry> gone;  // outlives the lock: listeners run when they go
     const MutexLock lock(mutex);
-    for (auto entry = profiles.begin(); entry != profiles.end();) {
-        if (isOf(entry->second, ind)) {
-            gone.push_back(std::move(entry->second));
-            entry = profiles.erase(entry);
-        } else {
-            ++entry;
-        }
-    }
+    std::copy_if(profiles.begin(), profiles.end(), std::back_inserter(gone), isGone);
+    profiles.erase(std::remove_if(profiles.begin(), profiles.end(), isGone), profiles.end());
 }
 
 void ProfileCache::rereadProfiles(const ProfileChangedInd& ind) {
-    for (const auto& [token, profile] : engineView()) {
-        if (!isOf(profile, ind)) continue;
+    for (size_t i = 0; i < engineView().size(); ++i) {
+        if (!isOf(engineView()[i].profile, ind)) continue;
         auto current =
             proxy.get(ind.techType, ind.profileId);  // then the old one, after the unlock
         const MutexLock lock(mutex);
-        profiles.find(token)->second.swap(current);
+        profiles[i].profile.swap(current);
     }
 }
 

@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include <zem/EventManager.h>
@@ -68,7 +67,13 @@ class ProfileCache {
     static uint64_t generateToken();
 
   private:
-    using Profiles = std::unordered_map<uint64_t, std::shared_ptr<ModemProfile>>;
+    struct Entry {
+        uint64_t token;
+        std::shared_ptr<ModemProfile> profile;  // null: the modem failed to read it
+    };
+    // In ascending order of tokens, as they are entered: a filter walks over it from end to end,
+    // and a few hundred are searched in no time.
+    using Profiles = std::vector<Entry>;
 
     // The engine, being the only writer, reads without the lock.
     const Profiles& engineView() const ZEM_NO_THREAD_SAFETY_ANALYSIS { return profiles; }
@@ -91,8 +96,7 @@ class ProfileCache {
     // Before the profiles: their listeners run while the modem's client is still there.
     ZapWdsProxy proxy;
     // Held for a change, and by dump() while it renders; never over modem traffic or the end of a
-    // profile, whose listeners must be free to run. A profile may be null: the modem failed to read
-    // it.
+    // profile, whose listeners must be free to run.
     mutable Mutex mutex;
     Profiles profiles ZEM_GUARDED_BY(mutex);
     // Changes of the cache's own whose indication is still to come, oldest first.

@@ -27,7 +27,7 @@ class CountingWriter : public zem::LogWriter {
 
 template <class Request>
 void repeat(std::atomic<int>& lines, Request request) {
-    for (int i = 0; i < 10; ++i) request();  // memory that is kept is there after this
+    for (int i = 0; i < 300; ++i) request();  // the log has all the memory that it keeps after this
     lines = 0;
     getppid();
     for (int i = 0; i < kRequests; ++i) request();
