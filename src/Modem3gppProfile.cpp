@@ -58,11 +58,11 @@ Modem3gppProfile::Modem3gppProfile(int profileId,
 }
 
 bool Modem3gppProfile::isIAProfile() const {
-    return profileName == kZemIAProfileName;
+    return profileName == std::string_view(kZemIAProfileName);
 }
 
 bool Modem3gppProfile::isZemProfile() const {
-    return isIAProfile() || profileName == kZemProfileName;
+    return isIAProfile() || profileName == std::string_view(kZemProfileName);
 }
 
 bool Modem3gppProfile::hasOverride() const {

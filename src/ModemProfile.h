@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include <zem/IProfileKey.h>
@@ -25,8 +24,8 @@ using ExpirationListener = std::pair<std::function<void()>, std::weak_ptr<IProfi
 bool expired(const ExpirationListener& listener);
 
 // The profile names that the library gives, and knows its own 3GPP profiles by.
-inline constexpr std::string_view kZemProfileName = "zem_profile";
-inline constexpr std::string_view kZemIAProfileName = "zem_profile_ia";
+inline constexpr char kZemProfileName[] = "zem_profile";
+inline constexpr char kZemIAProfileName[] = "zem_profile_ia";
 
 // The accessors of an optional setting: the setter marks it present, and nothing clears it.
 #define ZEM_ACCESSORS(Type, Name, member) \

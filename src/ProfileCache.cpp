@@ -35,8 +35,7 @@ std::shared_ptr<ModemProfile> makeProfile(const AddProfileParams& params) {
     switch (params.getTechType()) {
         case TechType::TECH_3GPP: {
             auto profile = std::make_shared<Modem3gppProfile>(params);
-            profile->setProfileName(
-                std::string(params.getIsIAProfile() ? kZemIAProfileName : kZemProfileName));
+            profile->setProfileName(params.getIsIAProfile() ? kZemIAProfileName : kZemProfileName);
             return profile;
         }
         case TechType::TECH_3GPP2:
