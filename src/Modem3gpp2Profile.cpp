@@ -23,20 +23,13 @@ Modem3gpp2Profile::Modem3gpp2Profile(int profileId,
     take(r.user_id_3gpp2_valid, r.user_id_3gpp2, userName);
 }
 
-bool Modem3gpp2Profile::match(const ProfileQuery& query) const {
-    if (!ModemProfile::match(query)) return false;
+bool Modem3gpp2Profile::matchOwn(const ProfileQuery& query) const {
+    if (query.asks3gpp) return false;
     const FilterProfileParams& params = query.params;
     const unsigned int criteria = params.getFilterMatchCriteria();
-    if (params.homeIPType &&
-        !matchIPType(getCommonIPType(), *params.homeIPType, criteria & MATCH_HOME_IP_SUBSET,
-                     criteria & MATCH_HOME_IP_SUPERSET)) {
-        return false;
-    }
-    const bool asksFor3gpp = params.hasFilterByIsIAProfile() || params.hasFilterByIsZemProfile() ||
-                             params.roamIPType || params.maxPdnsConnPerBlock ||
-                             params.maxPdnConnTimer || params.pdnReqWaitInterval ||
-                             params.isApnDisabled || params.isEmergencySupported;
-    return !asksFor3gpp;
+    return !params.homeIPType ||
+           matchIPType(getCommonIPType(), *params.homeIPType, criteria & MATCH_HOME_IP_SUBSET,
+                       criteria & MATCH_HOME_IP_SUPERSET);
 }
 
 std::shared_ptr<ModemProfile> Modem3gpp2Profile::diff(const ModifyProfileParams& params) const {

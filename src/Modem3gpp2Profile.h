@@ -13,13 +13,13 @@ class Modem3gpp2Profile : public ModemProfile {
     Modem3gpp2Profile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
     ~Modem3gpp2Profile() noexcept(false) override = default;
 
-    bool match(const ProfileQuery& query) const override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& params) const override;
     ProfileParams get() const override;
     wds_create_profile_req_msg_v01 constructAddRequest() const override;
     wds_modify_profile_settings_req_msg_v01 constructModifyRequest() const override;
 
   private:
+    bool matchOwn(const ProfileQuery& query) const override;
     template <class Message>
     void fill(Message& message) const;
 };

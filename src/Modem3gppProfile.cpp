@@ -91,14 +91,8 @@ void Modem3gppProfile::getNewIPTypes(const ProfileParams& params, std::optional<
     }
 }
 
-bool Modem3gppProfile::match(const ProfileQuery& query) const {
-    if (!ModemProfile::match(query)) return false;
+bool Modem3gppProfile::matchOwn(const ProfileQuery& query) const {
     const FilterProfileParams& params = query.params;
-    if (params.hasFilterByIsIAProfile()) {
-        if (isIAProfile() != params.getIsIAProfile()) return false;
-    } else if (params.hasFilterByIsZemProfile()) {
-        if (isZemProfile() != params.getIsZemProfile()) return false;
-    }
     const unsigned int criteria = params.getFilterMatchCriteria();
     if (params.homeIPType) {
         const auto& held = hasOverride() ? overrideHomeIPType : commonIPType;
@@ -106,6 +100,12 @@ bool Modem3gppProfile::match(const ProfileQuery& query) const {
                                   criteria & MATCH_HOME_IP_SUPERSET)) {
             return false;
         }
+    }
+    if (!query.asks3gpp) return true;
+    if (params.hasFilterByIsIAProfile()) {
+        if (isIAProfile() != params.getIsIAProfile()) return false;
+    } else if (params.hasFilterByIsZemProfile()) {
+        if (isZemProfile() != params.getIsZemProfile()) return false;
     }
     if (params.roamIPType) {
         IPType held;

@@ -13,7 +13,6 @@ class Modem3gppProfile : public ModemProfile {
     Modem3gppProfile(int profileId, const wds_get_profile_settings_resp_msg_v01& response);
     ~Modem3gppProfile() noexcept(false) override = default;
 
-    bool match(const ProfileQuery& query) const override;
     void apply(const std::shared_ptr<ModemProfile>& other) override;
     std::shared_ptr<ModemProfile> diff(const ModifyProfileParams& params) const override;
     ProfileParams get() const override;
@@ -39,6 +38,7 @@ class Modem3gppProfile : public ModemProfile {
                        std::optional<IPType>& roam, std::optional<IPType>& overrideHome) const;
 
   private:
+    bool matchOwn(const ProfileQuery& query) const override;
     bool isIAProfile() const;
     bool isZemProfile() const;
     bool hasOverride() const;

@@ -24,11 +24,11 @@ bool expired(const ExpirationListener& listener) {
 }
 
 ModemProfile::ModemProfile(TechType techType, const ProfileParams& params)
-    : userName(params.userName),
-      password(params.password),
-      authType(params.authType),
+    : authType(params.authType),
       apnClass(params.apnClass),
       isClatEnabled(params.isClatEnabled),
+      userName(params.userName),
+      password(params.password),
       techType(techType) {
     if (params.apnName) apnName = convertToApnName(*params.apnName);
     if (params.apnTypesMask) apnTypesMask = convertToZapApnTypeMask(*params.apnTypesMask);
@@ -54,18 +54,25 @@ ModemProfile::~ModemProfile() noexcept(false) {
 ProfileQuery::ProfileQuery(const FilterProfileParams& params) : params(params) {
     if (params.hasApnName()) apnName = convertToApnName(params.getApnName());
     if (params.hasApnTypesMask()) apnTypesMask = convertToZapApnTypeMask(params.getApnTypesMask());
+    asksCommon = params.hasUserName() || params.hasPassword() || params.hasAuthType() ||
+                 params.hasApnTypesMask() || params.hasApnClass() || params.hasIsClatEnabled();
+    asks3gpp = params.hasFilterByIsIAProfile() || params.hasFilterByIsZemProfile() ||
+               params.hasRoamIPType() || params.hasMaxPdnsConnPerBlock() ||
+               params.hasMaxPdnConnTimer() || params.hasPdnReqWaitInterval() ||
+               params.hasIsApnDisabled() || params.hasIsEmergencySupported();
 }
 
-bool ModemProfile::match(const ProfileQuery& query) const {
-    const FilterProfileParams& params = query.params;
-    if (params.filterByTechType && *params.filterByTechType != techType) return false;
-    if (query.apnName) {
-        if (!apnName) return false;
-        const bool found = (params.filterMatchCriteria & MATCH_APN_NAME_SUBSET)
-                               ? apnName->find(*query.apnName) != std::string::npos
-                               : *apnName == *query.apnName;
-        if (!found) return false;
+bool ModemProfile::matchApnName(const ProfileQuery& query) const {
+    if (!apnName) return false;
+    const bool subset = query.params.filterMatchCriteria & MATCH_APN_NAME_SUBSET;
+    if (subset && apnName->size() > query.apnName->size()) {
+        return apnName->find(*query.apnName) != std::string::npos;
     }
+    return *apnName == *query.apnName;
+}
+
+bool ModemProfile::matchCommon(const ProfileQuery& query) const {
+    const FilterProfileParams& params = query.params;
     if (!agrees(params.userName, userName)) return false;
     if (!agrees(params.password, password)) return false;
     if (!agrees(params.authType, authType)) return false;
@@ -73,9 +80,7 @@ bool ModemProfile::match(const ProfileQuery& query) const {
         const bool subset = params.filterMatchCriteria & MATCH_APN_TYPES_SUBSET;
         if (!apnTypesMask || !matchMask(*apnTypesMask, *query.apnTypesMask, subset)) return false;
     }
-    if (!agrees(params.apnClass, apnClass)) return false;
-    if (!agrees(params.isClatEnabled, isClatEnabled)) return false;
-    return !params.filterByProfileId || *params.filterByProfileId == profileId;
+    return agrees(params.apnClass, apnClass) && agrees(params.isClatEnabled, isClatEnabled);
 }
 
 bool ModemProfile::matchIPType(IPType held, IPType asked, bool subset, bool superset) {

@@ -47,6 +47,9 @@ struct ProfileQuery {
     const FilterProfileParams& params;
     std::optional<std::string> apnName;    // as profiles hold theirs: cut, in lower case
     std::optional<uint64_t> apnTypesMask;  // in the modem's bit layout
+    // Most filters ask for few settings; whole groups that none is asked of are passed over.
+    bool asksCommon = false;
+    bool asks3gpp = false;
 };
 
 class ModemProfile {
@@ -56,7 +59,9 @@ class ModemProfile {
     ModemProfile& operator=(const ModemProfile&) = delete;
 
     // Whether every setting that the filter asks for agrees.
-    virtual bool match(const ProfileQuery& query) const;
+    bool match(const ProfileQuery& query) const {
+        return matchIdentity(query) && (!query.asksCommon || matchCommon(query)) && matchOwn(query);
+    }
 
     // Takes over the settings that are present in other; null changes nothing.
     virtual void apply(const std::shared_ptr<ModemProfile>& other);
@@ -125,16 +130,29 @@ class ModemProfile {
     // Whether the filter's type agrees with the profile's, both read as sets of V4 and V6.
     static bool matchIPType(IPType held, IPType asked, bool subset, bool superset);
 
+    // What filters ask for most stands first, together.
     std::optional<std::string> apnName;    // in lower case
     std::optional<uint64_t> apnTypesMask;  // in the modem's bit layout
     std::optional<IPType> commonIPType;    // the PDP/PDN type; 3GPP: on the home network
-    std::optional<std::string> userName;
-    std::optional<std::string> password;
     std::optional<AuthType> authType;
     std::optional<ApnClass> apnClass;
     std::optional<bool> isClatEnabled;
+    std::optional<std::string> userName;
+    std::optional<std::string> password;
 
   private:
+    // The settings that only one technology has, or reads in its own way.
+    virtual bool matchOwn(const ProfileQuery& query) const = 0;
+
+    bool matchIdentity(const ProfileQuery& query) const {
+        const FilterProfileParams& params = query.params;
+        if (params.filterByTechType && *params.filterByTechType != techType) return false;
+        if (params.filterByProfileId && *params.filterByProfileId != profileId) return false;
+        return !query.apnName || matchApnName(query);
+    }
+    bool matchApnName(const ProfileQuery& query) const;
+    bool matchCommon(const ProfileQuery& query) const;
+
     template <class Message>
     void fillCommon(Message& message) const;
     void addToRefCount(int change);

@@ -12,7 +12,7 @@ namespace zem {
 // A filter's setting that is absent asks nothing; one that is present wants its equal.
 template <class Value>
 bool agrees(const std::optional<Value>& asked, const std::optional<Value>& held) {
-    return !asked || asked == held;
+    return !asked || (held && *held == *asked);
 }
 
 // Takes a wanted setting into a difference when it is not what is held.
