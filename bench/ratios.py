@@ -1,0 +1,167 @@
+#!/usr/bin/env python3
+"""ratios.py [--lacking REGEX] [--json FILE] [--footprint FILE] ONE-CORE [UNPINNED]
+
+Tables of what the benchmarks say, from the JSON files of a run on one core and of one on all. Each
+row is a benchmark beside its yardstick: the ratio of the medians over the repetitions, and the
+smallest and largest ratio of one repetition. A row over its limit is marked; that fails nothing. A
+benchmark that is missing fails, unless its name matches REGEX: its figures are "-" then.
+--json keeps the raw figures of all files in one. --footprint has the lines of zem_footprint.
+"""
+import argparse
+import json
+import re
+import sys
+from statistics import median
+from typing import NamedTuple, Optional
+
+
+class Row(NamedTuple):
+    name: str
+    measured: str  # a benchmark, or several, FOLDER/*, of which the slowest counts
+    yardstick: tuple  # benchmarks, whose times are added
+    one_core: float  # the limits of the ratio
+    unpinned: Optional[float] = None
+
+
+ROWS = [
+    Row("request: match / bare hand-off", "match", ("bareHandoff",), 1.2, 1.3),
+    Row("request: getProfile / bare hand-off", "getProfile", ("bareHandoff",), 1.2, 1.3),
+    Row("request: match / call over D-Bus", "match", ("busCall",), 0.2),
+    Row("request: match / post to Asio", "match", ("asioPost",), 2.5),
+    Row("filter, APN equal / 255 comparisons", "filter/apnEqual/lower", ("compareNames",), 2),
+    Row("filter, APN equal, upper case / the same", "filter/apnEqual/upper", ("compareNames",), 2),
+    Row("filter, APN subset / the same", "filter/apnSubset", ("compareNames",), 2),
+    Row("filter, each other criterion / the same", "filter/other/*", ("compareNames",), 2),
+    Row("filter, 255 hits / 255 hand-offs and objects", "filterWithHits", ("handoffsAndKeys",), 1.3),
+    Row("log line kept, TZ set / vsnprintf", "keptLine/TZ", ("formatLine",), 1.6),
+    Row("log line kept, TZ not set / vsnprintf", "keptLine/noTZ", ("formatLine",), 1.6),
+    Row("log line kept, TZ set / spdlog", "keptLine/TZ", ("spdlogLine/TZ",), 1),
+    Row("log line kept, TZ not set / spdlog", "keptLine/noTZ", ("spdlogLine/noTZ",), 1),
+    Row("log line not kept, macro / empty call", "droppedLineByMacro", ("emptyCall",), 2),
+    Row("log line not kept, call / empty call", "droppedLineByCall", ("emptyCall",), 2),
+    Row("dump / appending its pieces", "dump", ("appendPieces",), 1.5),
+    Row("refresh, 510 profiles / the modem's answers", "refresh/510", ("directRefresh",), 1.3),
+    Row("add / the modem's part and a hand-off", "add", ("directAdd", "bareHandoff"), 1.3),
+    Row("modify / the same", "modify", ("directModify", "bareHandoff"), 1.3),
+    Row("remove / the same", "remove", ("directRemove", "bareHandoff"), 1.3),
+]
+GROWTH = [8, 32, 128, 510]  # profiles
+PER_PROFILE = {"filter without hit, for each profile": "filterGrowth", "refresh, for each profile": "refresh"}
+WHOLE = {"indication of a change, until absorbed": "indicationGrowth"}
+UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+missing = set()
+
+
+class Run:
+    """The nanoseconds of each repetition of each benchmark."""
+
+    def __init__(self, raw):
+        self.times = {}
+        for each in raw["benchmarks"]:
+            if each["run_type"] == "iteration" and not each.get("error_occurred"):
+                name = re.sub("/(real|manual)_time$", "", each["run_name"])
+                self.times.setdefault(name, []).append(each["real_time"] * UNITS[each["time_unit"]])
+
+    def of(self, name):
+        if name not in self.times:
+            missing.add(name)
+        return self.times.get(name)
+
+    def slowest(self, pattern):
+        """Its name as well, where there was a choice."""
+        if not pattern.endswith("*"):
+            return "", self.of(pattern)
+        names = [name for name in self.times if name.startswith(pattern[:-1])]
+        if not names:
+            return "", self.of(pattern)
+        name = max(names, key=lambda each: median(self.times[each]))
+        return f" (worst: {name[len(pattern) - 1:]})", self.times[name]
+
+    def sum(self, names):
+        parts = [self.of(name) for name in names]
+        return [sum(repetition) for repetition in zip(*parts)] if all(parts) else None
+
+
+def print_table(title, heads, rows):
+    rows = [[title, *heads], *rows]
+    widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
+    rows.insert(1, ["----", *["---:"] * len(heads)])
+    for row in rows:
+        cells = [cell.rjust(width) if column else cell.ljust(width)
+                 for column, (cell, width) in enumerate(zip(row, widths))]
+        print(f"| {' | '.join(cells)} |")
+    print()
+
+
+def ratio_cells(row, run, limit):
+    worst, measured = run.slowest(row.measured)
+    yardstick = run.sum(row.yardstick)
+    cells = [row.name + worst]
+    cells += [f"{median(times):,.0f}" if times else "-" for times in (measured, yardstick)]
+    if measured and yardstick:
+        ratio = median(measured) / median(yardstick)
+        each = [a / b for a, b in zip(measured, yardstick)]
+        cells += [f"{figure:.2f}" for figure in (ratio, min(each), max(each))]
+    else:
+        ratio = 0
+        cells += ["-"] * 3
+    return cells + [f"{limit:g}" + (" OVER" if ratio > limit else "") if limit else ""]
+
+
+def growth_cells(name, benchmark, run, divided):
+    cells = [name]
+    for count in GROWTH:
+        times = run.of(f"{benchmark}/{count}")
+        cells.append(f"{median(times) / (count if divided else 1):,.1f}" if times else "-")
+    return cells
+
+
+def print_run(title, run, limit_of):
+    print_table(f"{title}, ns", ["measured", "yardstick", "ratio", "smallest", "largest", "limit"],
+                [ratio_cells(row, run, limit_of(row)) for row in ROWS])
+    print_table(f"{title}, ns with so many profiles", [str(count) for count in GROWTH],
+                [growth_cells(name, each, run, True) for name, each in PER_PROFILE.items()] +
+                [growth_cells(name, each, run, False) for name, each in WHOLE.items()])
+
+
+def print_footprint(path):
+    with open(path, encoding="utf-8") as file:
+        taken = dict(line.split() for line in file)
+    each = (float(taken["heap-full"]) - float(taken["heap-empty"])) / 510
+    print_table("memory", ["bytes", "allocations"],
+                [["heap, for each profile", f"{each:,.0f}", ""]] +
+                [[name.removesuffix("-allocations"), taken[name.replace("-allocations", "-bytes")], count]
+                 for name, count in taken.items() if name.endswith("-allocations")])
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--lacking", metavar="REGEX")
+    parser.add_argument("--json", metavar="FILE")
+    parser.add_argument("--footprint", metavar="FILE")
+    parser.add_argument("one_core")
+    parser.add_argument("unpinned", nargs="?")
+    arguments = parser.parse_args()
+
+    settings = [("one core", arguments.one_core, lambda row: row.one_core),
+                ("unpinned", arguments.unpinned, lambda row: row.unpinned)]
+    raw = {}
+    for title, path, limit_of in settings:
+        if path:
+            with open(path, encoding="utf-8") as file:
+                raw[title] = json.load(file)
+            print_run(title, Run(raw[title]), limit_of)
+    if arguments.footprint:
+        print_footprint(arguments.footprint)
+    if arguments.json:
+        with open(arguments.json, "w", encoding="utf-8") as file:
+            json.dump(raw, file, indent=1)
+
+    lacking = sorted(name for name in missing
+                     if not arguments.lacking or not re.search(arguments.lacking, name))
+    if lacking:
+        sys.exit(f"no figures of {', '.join(lacking)}")
+
+
+main()
