@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <string_view>
@@ -35,6 +36,7 @@ class OwnCache {
             SoftModem::instance().waitUntilIdle();
             stepped.pass();
         }
+        if (cache.filter({}).size() != SoftModem::instance().profiles().size()) abort();
     }
 
     zem::SteppedLoop stepped;
