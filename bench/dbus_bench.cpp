@@ -24,7 +24,7 @@ class Child {
         process = fork();
         if (process == 0) {
             // Nothing here but what a process with threads may do between fork and exec.
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
             dup2(output[1], STDOUT_FILENO);
             execvp(command[0], const_cast<char**>(command.data()));
             _exit(127);
@@ -34,7 +34,7 @@ class Child {
         close(output[0]);
     }
     ~Child() {
-        kill(process, SIGKILL);
+        kill(process, SIGTERM);
         waitpid(process, nullptr, 0);
     }
     Child(const Child&) = delete;

@@ -4,7 +4,8 @@
 Tables of what the benchmarks say, from the JSON files of a run on one core and of one on all. Each
 row is a benchmark beside its yardstick: the ratio of the medians over the repetitions, and the
 smallest and largest ratio of one repetition. A row over its limit is marked; that fails nothing. A
-benchmark that is missing fails, unless its name matches REGEX: its figures are "-" then.
+benchmark that is missing fails, unless its name matches REGEX: then a row without the measured is
+left out, and the figures of a yardstick are "-".
 --json keeps the raw figures of all files in one. --footprint has the lines of zem_footprint.
 """
 import argparse
@@ -46,8 +47,11 @@ ROWS = [
     Row("remove / the same", "remove", ("directRemove", "bareHandoff"), 1.3),
 ]
 GROWTH = [8, 32, 128, 510]  # profiles
-PER_PROFILE = {"filter without hit, for each profile": "filterGrowth", "refresh, for each profile": "refresh"}
-WHOLE = {"indication of a change, until absorbed": "indicationGrowth"}
+GROWING = [  # the last: whether the time is divided among the profiles
+    ("filter without hit, for each profile", "filterGrowth", True),
+    ("refresh, for each profile", "refresh", True),
+    ("indication of a change, until absorbed", "indicationGrowth", False),
+]
 UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 missing = set()
@@ -84,6 +88,8 @@ class Run:
 
 
 def print_table(title, heads, rows):
+    if not rows:
+        return
     rows = [[title, *heads], *rows]
     widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
     rows.insert(1, ["----", *["---:"] * len(heads)])
@@ -94,35 +100,33 @@ def print_table(title, heads, rows):
     print()
 
 
-def ratio_cells(row, run, limit):
+def ratio_row(row, run, limit):
     worst, measured = run.slowest(row.measured)
     yardstick = run.sum(row.yardstick)
-    cells = [row.name + worst]
-    cells += [f"{median(times):,.0f}" if times else "-" for times in (measured, yardstick)]
-    if measured and yardstick:
-        ratio = median(measured) / median(yardstick)
-        each = [a / b for a, b in zip(measured, yardstick)]
-        cells += [f"{figure:.2f}" for figure in (ratio, min(each), max(each))]
-    else:
-        ratio = 0
-        cells += ["-"] * 3
-    return cells + [f"{limit:g}" + (" OVER" if ratio > limit else "") if limit else ""]
+    if not measured:
+        return []
+    cells = [row.name + worst, f"{median(measured):,.0f}"]
+    mark = f"{limit:g}" if limit else ""
+    if not yardstick:
+        return [[*cells, *["-"] * 4, mark]]
+    ratio = median(measured) / median(yardstick)
+    each = [a / b for a, b in zip(measured, yardstick)]
+    cells += [f"{median(yardstick):,.0f}", *(f"{figure:.2f}" for figure in (ratio, min(each), max(each)))]
+    return [[*cells, mark + (" OVER" if limit and ratio > limit else "")]]
 
 
-def growth_cells(name, benchmark, run, divided):
-    cells = [name]
-    for count in GROWTH:
-        times = run.of(f"{benchmark}/{count}")
-        cells.append(f"{median(times) / (count if divided else 1):,.1f}" if times else "-")
-    return cells
+def growth_row(name, benchmark, divided, run):
+    times = [run.of(f"{benchmark}/{count}") for count in GROWTH]
+    if not all(times):
+        return []
+    return [[name, *(f"{median(each) / (count if divided else 1):,.1f}" for count, each in zip(GROWTH, times))]]
 
 
 def print_run(title, run, limit_of):
     print_table(f"{title}, ns", ["measured", "yardstick", "ratio", "smallest", "largest", "limit"],
-                [ratio_cells(row, run, limit_of(row)) for row in ROWS])
+                [cells for row in ROWS for cells in ratio_row(row, run, limit_of(row))])
     print_table(f"{title}, ns with so many profiles", [str(count) for count in GROWTH],
-                [growth_cells(name, each, run, True) for name, each in PER_PROFILE.items()] +
-                [growth_cells(name, each, run, False) for name, each in WHOLE.items()])
+                [cells for row in GROWING for cells in growth_row(*row, run)])
 
 
 def print_footprint(path):
