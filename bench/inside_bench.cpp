@@ -26,6 +26,75 @@ using zem::FilterProfileParams;
 using zem::kFull;
 using zem::with;
 
+void keptLine(benchmark::State& state, const char* zone) {
+    zem::setTimeZone(zone);
+    zem::CountingWriter::install();
+    for (auto _ : state) {
+        zem::LogWrapper::getInstance().log(zem::LOG_API, zem::kLogTag, "Manager::match > %s",
+                                           zem::kLoggedText);
+    }
+}
+BENCHMARK_CAPTURE(keptLine, TZ, "UTC")->UseRealTime();
+BENCHMARK_CAPTURE(keptLine, noTZ, nullptr)->UseRealTime();
+
+void formatLine(benchmark::State& state) {
+    char text[512];
+    for (auto _ : state) {
+        zem::formatInto(text, sizeof text, "Manager::match > %s", zem::kLoggedText);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(formatLine)->UseRealTime();
+
+void droppedLineByMacro(benchmark::State& state) {
+    zem::LogWrapper::getInstance().setLogWriter(nullptr);
+    for (auto _ : state) ZEM_LOG(LOG_DEBUG, "%s", zem::kLoggedText);
+}
+BENCHMARK(droppedLineByMacro)->UseRealTime();
+
+void droppedLineByCall(benchmark::State& state) {
+    zem::LogWrapper::getInstance().setLogWriter(nullptr);
+    zem::LogWrapper& log = zem::LogWrapper::getInstance();
+    for (auto _ : state) log.log(zem::LOG_DEBUG, zem::kLogTag, "%s", zem::kLoggedText);
+}
+BENCHMARK(droppedLineByCall)->UseRealTime();
+
+void emptyCall(benchmark::State& state) {
+    for (auto _ : state) zem::doNothing(zem::LOG_DEBUG, zem::kLogTag, "%s", zem::kLoggedText);
+}
+BENCHMARK(emptyCall)->UseRealTime();
+
+void dump(benchmark::State& state) {
+    zem::Modem3gppProfile profile(zem::everySetting());
+    profile.setProfileName(zem::kZemProfileName);
+    profile.setProfileId(1);
+    for (auto _ : state) benchmark::DoNotOptimize(profile.dump());
+}
+BENCHMARK(dump)->UseRealTime();
+
+void appendPieces(benchmark::State& state) {
+    zem::Modem3gppProfile profile(zem::everySetting());
+    profile.setProfileName(zem::kZemProfileName);
+    profile.setProfileId(1);
+    const std::string text = profile.dump();
+    // "Label=", "value" and "," by turns.
+    std::vector<std::string_view> pieces;
+    for (std::string_view rest = text; !rest.empty();) {
+        const size_t label = rest.find('=') + 1, item = rest.find(',');
+        for (const auto& piece :
+             {rest.substr(0, label), rest.substr(label, item - label), rest.substr(item, 1)}) {
+            pieces.push_back(piece);
+        }
+        rest.remove_prefix(item + 1);
+    }
+    for (auto _ : state) {
+        std::string copy;
+        for (const auto& piece : pieces) copy.append(piece);
+        benchmark::DoNotOptimize(copy);
+    }
+}
+BENCHMARK(appendPieces)->UseRealTime();
+
 // A cache that has read all that the modem stores. Nobody hears of its keys' end.
 class OwnCache {
   public:
@@ -125,7 +194,16 @@ void compareNames(benchmark::State& state) {
         benchmark::DoNotOptimize(std::count(stored.begin(), stored.end(), asked));
     }
 }
-BENCHMARK(compareNames)->UseRealTime();
+
+const bool registered = [] {
+    RegisterBenchmark("compareNames", compareNames)->UseRealTime();
+    for (const auto& criterion : kCriteria) {
+        RegisterBenchmark((std::string("filter/") + criterion.name).c_str(), filterBy,
+                          criterion.filter)
+            ->UseRealTime();
+    }
+    return true;
+}();
 
 // Among the profiles of both technologies, as many of each.
 void fillHalves(const benchmark::State& state) {
@@ -152,83 +230,5 @@ void indicationGrowth(benchmark::State& state) {
     }
 }
 BENCHMARK(indicationGrowth)->Arg(8)->Arg(32)->Arg(128)->Arg(2 * kFull)->UseRealTime();
-
-void dump(benchmark::State& state) {
-    zem::Modem3gppProfile profile(zem::everySetting());
-    profile.setProfileName(zem::kZemProfileName);
-    profile.setProfileId(1);
-    for (auto _ : state) benchmark::DoNotOptimize(profile.dump());
-}
-BENCHMARK(dump)->UseRealTime();
-
-void appendPieces(benchmark::State& state) {
-    zem::Modem3gppProfile profile(zem::everySetting());
-    profile.setProfileName(zem::kZemProfileName);
-    profile.setProfileId(1);
-    const std::string text = profile.dump();
-    // "Label=", "value" and "," by turns.
-    std::vector<std::string_view> pieces;
-    for (std::string_view rest = text; !rest.empty();) {
-        const size_t label = rest.find('=') + 1, item = rest.find(',');
-        for (const auto& piece :
-             {rest.substr(0, label), rest.substr(label, item - label), rest.substr(item, 1)}) {
-            pieces.push_back(piece);
-        }
-        rest.remove_prefix(item + 1);
-    }
-    for (auto _ : state) {
-        std::string copy;
-        for (const auto& piece : pieces) copy.append(piece);
-        benchmark::DoNotOptimize(copy);
-    }
-}
-BENCHMARK(appendPieces)->UseRealTime();
-
-void keptLine(benchmark::State& state, const char* zone) {
-    zem::setTimeZone(zone);
-    zem::CountingWriter::install();
-    for (auto _ : state) {
-        zem::LogWrapper::getInstance().log(zem::LOG_API, zem::kLogTag, "Manager::match > %s",
-                                           zem::kLoggedText);
-    }
-}
-BENCHMARK_CAPTURE(keptLine, TZ, "UTC")->UseRealTime();
-BENCHMARK_CAPTURE(keptLine, noTZ, nullptr)->UseRealTime();
-
-void formatLine(benchmark::State& state) {
-    char text[512];
-    for (auto _ : state) {
-        zem::formatInto(text, sizeof text, "Manager::match > %s", zem::kLoggedText);
-        benchmark::ClobberMemory();
-    }
-}
-BENCHMARK(formatLine)->UseRealTime();
-
-void droppedLineByMacro(benchmark::State& state) {
-    zem::LogWrapper::getInstance().setLogWriter(nullptr);
-    for (auto _ : state) ZEM_LOG(LOG_DEBUG, "%s", zem::kLoggedText);
-}
-BENCHMARK(droppedLineByMacro)->UseRealTime();
-
-void droppedLineByCall(benchmark::State& state) {
-    zem::LogWrapper::getInstance().setLogWriter(nullptr);
-    zem::LogWrapper& log = zem::LogWrapper::getInstance();
-    for (auto _ : state) log.log(zem::LOG_DEBUG, zem::kLogTag, "%s", zem::kLoggedText);
-}
-BENCHMARK(droppedLineByCall)->UseRealTime();
-
-void emptyCall(benchmark::State& state) {
-    for (auto _ : state) zem::doNothing(zem::LOG_DEBUG, zem::kLogTag, "%s", zem::kLoggedText);
-}
-BENCHMARK(emptyCall)->UseRealTime();
-
-const bool registered = [] {
-    for (const auto& criterion : kCriteria) {
-        RegisterBenchmark((std::string("filter/") + criterion.name).c_str(), filterBy,
-                          criterion.filter)
-            ->UseRealTime();
-    }
-    return true;
-}();
 
 }  // namespace

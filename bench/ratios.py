@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""ratios.py [--lacking REGEX] [--json FILE] [--footprint FILE] ONE-CORE [UNPINNED]
+"""ratios.py [--lacking REGEX] [--json FILE] [--footprint FILE] --one-core FILE... [--unpinned FILE...]
 
-Tables of what the benchmarks say, from the JSON files of a run on one core and of one on all. Each
-row is a benchmark beside its yardstick: the ratio of the medians over the repetitions, and the
-smallest and largest ratio of one repetition. A row over its limit is marked; that fails nothing. A
-benchmark that is missing fails, unless its name matches REGEX: then a row without the measured is
-left out, and the figures of a yardstick are "-".
+Tables of what the benchmarks say, from the JSON files of several runs on one core and of as many on
+all. Each row is a benchmark beside its yardstick: the medians of both over the runs, the median of the
+runs' ratios, and the smallest and largest of these. What else the machine does is alike in both, as
+they run soon one after the other. A row over its limit is marked; that fails nothing. A benchmark that
+is missing fails, unless its name matches REGEX: then a row without the measured is left out, and the
+figures of a yardstick are "-".
 --json keeps the raw figures of all files in one. --footprint has the lines of zem_footprint.
 """
 import argparse
@@ -57,15 +58,19 @@ UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 missing = set()
 
 
-class Run:
-    """The nanoseconds of each repetition of each benchmark."""
+class Runs:
+    """The nanoseconds of each benchmark in each run; where it was repeated in a run, their median."""
 
     def __init__(self, raw):
         self.times = {}
-        for each in raw["benchmarks"]:
-            if each["run_type"] == "iteration" and not each.get("error_occurred"):
-                name = re.sub("/(real|manual)_time$", "", each["run_name"])
-                self.times.setdefault(name, []).append(each["real_time"] * UNITS[each["time_unit"]])
+        for run in raw:
+            repetitions = {}
+            for each in run["benchmarks"]:
+                if each["run_type"] == "iteration" and not each.get("error_occurred"):
+                    name = re.sub("/(real|manual)_time$", "", each["run_name"])
+                    repetitions.setdefault(name, []).append(each["real_time"] * UNITS[each["time_unit"]])
+            for name, times in repetitions.items():
+                self.times.setdefault(name, []).append(median(times))
 
     def of(self, name):
         if name not in self.times:
@@ -84,7 +89,7 @@ class Run:
 
     def sum(self, names):
         parts = [self.of(name) for name in names]
-        return [sum(repetition) for repetition in zip(*parts)] if all(parts) else None
+        return [sum(run) for run in zip(*parts)] if all(parts) else None
 
 
 def print_table(title, heads, rows):
@@ -100,33 +105,37 @@ def print_table(title, heads, rows):
     print()
 
 
-def ratio_row(row, run, limit):
-    worst, measured = run.slowest(row.measured)
-    yardstick = run.sum(row.yardstick)
+def ratio_row(row, runs, limit):
+    worst, measured = runs.slowest(row.measured)
+    yardstick = runs.sum(row.yardstick)
     if not measured:
         return []
     cells = [row.name + worst, f"{median(measured):,.0f}"]
     mark = f"{limit:g}" if limit else ""
     if not yardstick:
         return [[*cells, *["-"] * 4, mark]]
-    ratio = median(measured) / median(yardstick)
-    each = [a / b for a, b in zip(measured, yardstick)]
-    cells += [f"{median(yardstick):,.0f}", *(f"{figure:.2f}" for figure in (ratio, min(each), max(each)))]
-    return [[*cells, mark + (" OVER" if limit and ratio > limit else "")]]
+    ratios = [a / b for a, b in zip(measured, yardstick)]
+    cells += [f"{median(yardstick):,.0f}", *(f"{of(ratios):.2f}" for of in (median, min, max))]
+    return [[*cells, mark + (" OVER" if limit and median(ratios) > limit else "")]]
 
 
-def growth_row(name, benchmark, divided, run):
-    times = [run.of(f"{benchmark}/{count}") for count in GROWTH]
+def growth_row(name, benchmark, divided, runs):
+    times = [runs.of(f"{benchmark}/{count}") for count in GROWTH]
     if not all(times):
         return []
     return [[name, *(f"{median(each) / (count if divided else 1):,.1f}" for count, each in zip(GROWTH, times))]]
 
 
-def print_run(title, run, limit_of):
+def print_runs(title, runs, limit_of):
     print_table(f"{title}, ns", ["measured", "yardstick", "ratio", "smallest", "largest", "limit"],
-                [cells for row in ROWS for cells in ratio_row(row, run, limit_of(row))])
+                [cells for row in ROWS for cells in ratio_row(row, runs, limit_of(row))])
     print_table(f"{title}, ns with so many profiles", [str(count) for count in GROWTH],
-                [cells for row in GROWING for cells in growth_row(*row, run)])
+                [cells for row in GROWING for cells in growth_row(*row, runs)])
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return json.load(file)
 
 
 def print_footprint(path):
@@ -144,18 +153,17 @@ def main():
     parser.add_argument("--lacking", metavar="REGEX")
     parser.add_argument("--json", metavar="FILE")
     parser.add_argument("--footprint", metavar="FILE")
-    parser.add_argument("one_core")
-    parser.add_argument("unpinned", nargs="?")
+    parser.add_argument("--one-core", metavar="FILE", nargs="+", required=True)
+    parser.add_argument("--unpinned", metavar="FILE", nargs="+", default=[])
     arguments = parser.parse_args()
 
     settings = [("one core", arguments.one_core, lambda row: row.one_core),
                 ("unpinned", arguments.unpinned, lambda row: row.unpinned)]
     raw = {}
-    for title, path, limit_of in settings:
-        if path:
-            with open(path, encoding="utf-8") as file:
-                raw[title] = json.load(file)
-            print_run(title, Run(raw[title]), limit_of)
+    for title, paths, limit_of in settings:
+        raw[title] = [read(path) for path in paths]
+        if paths:
+            print_runs(title, Runs(raw[title]), limit_of)
     if arguments.footprint:
         print_footprint(arguments.footprint)
     if arguments.json:
