@@ -75,8 +75,10 @@ class Bus {
         void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
     };
 
-    const Child daemon{{BENCH_BUS, "--session", "--nofork", "--nopidfile", "--print-address=1",
-                        "--address=unix:tmpdir=/tmp"}};
+    // An abstract one leaves no file behind.
+    const std::string address = "--address=unix:abstract=zem_bench." + std::to_string(getpid());
+    const Child daemon{
+        {BENCH_BUS, "--session", "--nofork", "--nopidfile", "--print-address=1", address.c_str()}};
     const Child peer{{BENCH_PEER, daemon.firstLine.c_str()}};
     std::unique_ptr<sd_bus, Unref> connection;
     bool connected = false;

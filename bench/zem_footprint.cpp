@@ -12,6 +12,7 @@
 
 #include "CountedNew.h"
 #include "DirectModem.h"
+#include "LocalLogBuffer.h"
 #include "LoggedText.h"
 #include "Phone.h"
 
@@ -33,8 +34,10 @@ long privateBytes(const char* path) {
     return sum;
 }
 
-// Freed memory is given back first, so that what is resident is in use.
+// Freed memory is given back first, so that what is resident is in use. The kept log lines are the
+// process's and not an engine's.
 Memory taken() {
+    zem::LocalLogBuffer::getInstance().flush();
     malloc_trim(0);
     const struct mallinfo2 heap = mallinfo2();
     return {static_cast<long>(heap.uordblks + heap.hblkhd),
