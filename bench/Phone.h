@@ -4,47 +4,56 @@
 #include <softmodem/SoftModem.h>
 #include <zem/Manager.h>
 
-#include <cstddef>
 #include <cstdlib>
-#include <string>
+#include <memory>
 #include <thread>
 
+#include "CountingWriter.h"
+#include "FilledModem.h"
+
 namespace zem {
-
-constexpr size_t kFull = 255;  // profiles that the modem stores of each technology
-
-inline std::string apnNameOf(size_t i) {
-    return "apn" + std::to_string(i) + ".operator.example";
-}
 
 // One at a time: there is one modem.
 class Phone {
   public:
-    // The modem has just left its maker, but for count profiles of each technology.
-    explicit Phone(size_t count) {
-        modem.reset();
-        for (size_t i = 0; i < count; ++i) store(i);
+    explicit Phone(const Stock& stock) : modem(filledModem(stock)) {
         manager.init(0, false);
+        echoes = CountingWriter::install();
         // The modem reports its profiles once the engine has registered.
-        while (manager.filter({}).size() != 2 * count) std::this_thread::yield();
+        while (manager.filter({}).size() != stock.all()) std::this_thread::yield();
         modem.waitUntilIdle();
         manager.refresh(COMPLETE);
     }
 
-    softmodem::SoftModem& modem = softmodem::SoftModem::instance();
+    // A change has been made when its echoes have been absorbed.
+
+    std::shared_ptr<IProfileKey> add() {
+        ProfileParams params;
+        params.setApnName(kAddedName);
+        auto key = manager.addProfile({params, false, TechType::TECH_3GPP, false});
+        if (!key) abort();
+        echoes->await(2);
+        return key;
+    }
+
+    void changeUserName(const std::shared_ptr<IProfileKey>& key) {
+        ModifyProfileParams params;
+        params.setUserName(userNames.next());
+        if (!manager.modifyProfile(params, key)) abort();
+        echoes->await(1);
+    }
+
+    void remove(const std::shared_ptr<IProfileKey>& key) {
+        if (!manager.deleteProfile(key)) abort();
+        echoes->await(1);
+    }
+
+    softmodem::SoftModem& modem;
     Manager manager;
 
   private:
-    void store(size_t i) {
-        const std::string name = apnNameOf(i), user = "user" + std::to_string(i);
-        const softmodem::Profile profiles[] = {
-            {softmodem::Tech::k3gpp, 0, {{"apn_name", name}, {"username", user}}},
-            {softmodem::Tech::k3gpp2, 0, {{"apn_string_3gpp2", name}, {"user_id_3gpp2", user}}},
-        };
-        for (const auto& profile : profiles) {
-            if (!modem.createProfile(profile)) abort();
-        }
-    }
+    std::shared_ptr<Tally> echoes;
+    UserNames userNames;
 };
 
 }  // namespace zem
