@@ -51,9 +51,11 @@ void LocalLogBuffer::addLogWithTimestamp(std::string_view message) {
     // The memory of the line that goes serves the new one, unless most of it would lie idle.
     std::string& line = entries[newest];
     const size_t size = start.size() + message.size();
-    if (line.capacity() > 2 * size) line = std::string();
+    if (line.capacity() < size || line.capacity() > 2 * size) {
+        line = std::string();
+        line.reserve(size);
+    }
     line.clear();
-    line.reserve(size);
     line.append(start).append(message);
 }
 

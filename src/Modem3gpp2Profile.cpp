@@ -1,5 +1,7 @@
 #include "Modem3gpp2Profile.h"
 
+#include <utility>
+
 #include "ProfileConversions.h"
 #include "SettingRules.h"
 
@@ -45,7 +47,7 @@ ProfileParams Modem3gpp2Profile::get() const {
     FilterProfileParams params;
     updateGetParameters(params);
     copyPresent(commonIPType, params.homeIPType);
-    return params;
+    return std::move(params);  // its settings alone, which are not copied
 }
 
 // The profile's own credentials and those of its PDN level are one and the same here.

@@ -1,5 +1,7 @@
 #include "Modem3gppProfile.h"
 
+#include <utility>
+
 #include "DumpText.h"
 #include "ProfileConversions.h"
 #include "SettingRules.h"
@@ -178,7 +180,7 @@ ProfileParams Modem3gppProfile::get() const {
     copyPresent(pdnReqWaitInterval, params.pdnReqWaitInterval);
     copyPresent(isApnDisabled, params.isApnDisabled);
     copyPresent(isEmergencySupported, params.isEmergencySupported);
-    return params;
+    return std::move(params);  // its settings alone, which are not copied
 }
 
 template <class Message>
