@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "DumpText.h"
+
 namespace zem {
 
 void CallbackRequest::setExpirationInfo(std::function<void()> cb, std::weak_ptr<IProfileKey> key,
@@ -13,12 +15,17 @@ void CallbackRequest::setExpirationInfo(std::function<void()> cb, std::weak_ptr<
 
 std::string CallbackRequest::dump() const {
     std::string text = ClientRequest::dump();
-    if (hasReleaseToken()) text += "Release " + std::to_string(*releaseToken);
+    if (hasReleaseToken()) {
+        text += "Release ";
+        append(text, *releaseToken);
+    }
     if (hasExpirationInfo()) {
         // Only to print it: the registering thread holds the key meanwhile, so this is never the
         // last.
         const auto key = expirationKey->lock();
-        text += "Register " + (key ? key->dump() : "null") + std::to_string(*expirationToken);
+        text += "Register ";
+        text += key ? key->dump() : "null";
+        append(text, *expirationToken);
     }
     return text;
 }

@@ -10,8 +10,8 @@ constexpr NamedValue<ReqRespType> kReqRespTypeNames[] = {
     {MATCH, "Match"}, {GET, "Get"},       {CALLBACK, "Callback"}, {REFRESH, "Refresh"},
 };
 
-std::string dumpOf(const std::shared_ptr<IProfileKey>& key) {
-    return key ? key->dump() : "";
+void append(std::string& text, const std::shared_ptr<IProfileKey>& key) {
+    if (key) text += key->dump();
 }
 
 }  // namespace
@@ -32,31 +32,52 @@ const std::string& ClientRequest::text() const {
 }
 
 std::string ClientRequest::dump() const {
-    return nameOf(type) + " ";
+    std::string text;
+    text.reserve(kUsualLine);
+    append(text, kReqRespTypeNames, type);
+    text += ' ';
+    return text;
 }
 
 std::string AddRequest::dump() const {
-    return ClientRequest::dump() + params.dump();
+    std::string text = ClientRequest::dump();
+    appendDump(text, params);
+    return text;
 }
 
 std::string ModifyRequest::dump() const {
-    return ClientRequest::dump() + dumpOf(key) + " " + params.dump();
+    std::string text = ClientRequest::dump();
+    append(text, key);
+    text += ' ';
+    appendDump(text, params);
+    return text;
 }
 
 std::string DeleteRequest::dump() const {
-    return ClientRequest::dump() + dumpOf(key);
+    std::string text = ClientRequest::dump();
+    append(text, key);
+    return text;
 }
 
 std::string FilterRequest::dump() const {
-    return ClientRequest::dump() + "params: " + params.dump();
+    std::string text = ClientRequest::dump();
+    text += "params: ";
+    appendDump(text, params);
+    return text;
 }
 
 std::string MatchRequest::dump() const {
-    return ClientRequest::dump() + dumpOf(key) + " " + params.dump();
+    std::string text = ClientRequest::dump();
+    append(text, key);
+    text += ' ';
+    appendDump(text, params);
+    return text;
 }
 
 std::string GetRequest::dump() const {
-    return ClientRequest::dump() + dumpOf(key);
+    std::string text = ClientRequest::dump();
+    append(text, key);
+    return text;
 }
 
 }  // namespace zem

@@ -23,6 +23,7 @@ std::string AddResponse::dump() const {
 
 std::string FilterResponse::dump() const {
     std::string text = ClientResponse::dump() + " ";
+    text.reserve(text.size() + keys.size() * sizeof "3GPP:255 token=12345,");
     for (const auto& key : keys) text.append(key ? key->dump() : "null") += ',';
     return text;
 }
@@ -35,7 +36,10 @@ std::string MatchResponse::dump() const {
 
 std::string GetResponse::dump() const {
     std::string text = ClientResponse::dump() + " ";
-    if (params) appendSettings(text, *params);
+    if (params) {
+        text.reserve(kUsualLine);
+        appendDump(text, *params);
+    }
     return text;
 }
 

@@ -13,6 +13,9 @@
 
 namespace zem {
 
+// Room for a line, so that few lines have to move as they grow.
+inline constexpr size_t kUsualLine = 200;
+
 inline void append(std::string& text, std::string_view value) {
     text.append(value);
 }
@@ -69,8 +72,10 @@ void appendItem(std::string& text, std::string_view label, const Value& value) {
     text += ',';
 }
 
-// What ProfileParams::dump() returns.
-void appendSettings(std::string& text, const ProfileParams& params);
+// What dump() of a record returns.
+void appendDump(std::string& text, const ProfileParams& params);
+void appendDump(std::string& text, const AddProfileParams& params);
+void appendDump(std::string& text, const FilterProfileParams& params);
 
 // Nothing for a setting that is not there.
 template <class Value>

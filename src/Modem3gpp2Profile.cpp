@@ -18,7 +18,7 @@ Modem3gpp2Profile::Modem3gpp2Profile(int profileId,
     const auto& r = response;
     take(r.pdn_type_3gpp2_valid, r.pdn_type_3gpp2, commonIPType, convertPdnType);
     take(r.apn_string_3gpp2_valid, r.apn_string_3gpp2, apnName);
-    if (apnName) apnName = convertToLower(*apnName);
+    if (apnName) apnName = convertToLower(std::move(*apnName));
     take(r.apn_class_3gpp2_valid, r.apn_class_3gpp2, apnClass);
     take(r.auth_protocol_3gpp2_valid, r.auth_protocol_3gpp2, authType,
          [](wds_profile_auth_protocol_enum_v01 protocol) { return convertToAuthType(protocol); });

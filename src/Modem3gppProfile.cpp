@@ -46,7 +46,7 @@ Modem3gppProfile::Modem3gppProfile(int profileId,
     takeRoamType(r.lte_roaming_pdp_type_valid, r.lte_roaming_pdp_type, lteRoamIPType);
     takeRoamType(r.umts_roaming_pdp_type_valid, r.umts_roaming_pdp_type, umtsRoamIPType);
     take(r.apn_name_valid, r.apn_name, apnName);
-    if (apnName) apnName = convertToLower(*apnName);
+    if (apnName) apnName = convertToLower(std::move(*apnName));
     take(r.apn_class_valid, r.apn_class, apnClass);
     take(r.supports_emergency_calls_valid, r.supports_emergency_calls, isEmergencySupported);
     take(r.authentication_preference_valid, r.authentication_preference, authType,

@@ -10,8 +10,6 @@
 namespace zem {
 namespace {
 
-constexpr size_t kUsualDump = 511;  // as much as a log line shows
-
 // Masks in the modem's layout.
 bool matchMask(uint64_t held, uint64_t asked, bool subset) {
     return (subset ? held & asked : held) == asked;
@@ -176,7 +174,7 @@ void ModemProfile::addToRefCount(int change) {
 
 std::string ModemProfile::dump() const {
     std::string text;
-    text.reserve(kUsualDump);
+    text.reserve(2 * kUsualLine);
     appendItem(text, "TechType=", techType);
     appendItem(text, "ProfileId=", profileId);
     appendItem(text, "ApnName=", apnName);

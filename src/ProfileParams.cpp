@@ -7,11 +7,11 @@ ProfileParams::~ProfileParams() = default;
 
 std::string ProfileParams::dump() const {
     std::string text;
-    appendSettings(text, *this);
+    appendDump(text, *this);
     return text;
 }
 
-void appendSettings(std::string& text, const ProfileParams& params) {
+void appendDump(std::string& text, const ProfileParams& params) {
     appendItem(text, "ApnName=", params.apnName);
     appendItem(text, "UserName=", params.userName);
     appendItem(text, "Password=", params.password);
@@ -45,24 +45,32 @@ AddProfileParams::AddProfileParams(const ProfileParams& params, bool isPersisten
 
 std::string AddProfileParams::dump() const {
     std::string text;
-    append(text, techType);
-    text += " persist=";
-    append(text, isPersistent);
-    text += ": ";
-    appendSettings(text, *this);
+    appendDump(text, *this);
     return text;
+}
+
+void appendDump(std::string& text, const AddProfileParams& params) {
+    append(text, params.getTechType());
+    text += " persist=";
+    append(text, params.getIsPersistent());
+    text += ": ";
+    appendDump(text, static_cast<const ProfileParams&>(params));
 }
 
 FilterProfileParams::FilterProfileParams(const ProfileParams& params) : ProfileParams(params) {}
 
 std::string FilterProfileParams::dump() const {
     std::string text;
-    appendMask(text, kMatchCriteriaNames, filterMatchCriteria, "None");
-    text += ": ";
-    appendItem(text, "tech=", filterByTechType);
-    appendItem(text, "id=", filterByProfileId);
-    appendSettings(text, *this);
+    appendDump(text, *this);
     return text;
+}
+
+void appendDump(std::string& text, const FilterProfileParams& params) {
+    appendMask(text, kMatchCriteriaNames, params.getFilterMatchCriteria(), "None");
+    text += ": ";
+    if (params.hasFilterByTechType()) appendItem(text, "tech=", params.getFilterByTechType());
+    if (params.hasFilterByProfileId()) appendItem(text, "id=", params.getFilterByProfileId());
+    appendDump(text, static_cast<const ProfileParams&>(params));
 }
 
 }  // namespace zem

@@ -228,7 +228,7 @@ class ZEM_EXPORT ProfileParams {
     friend class ModemProfile;
     friend class Modem3gppProfile;
     friend class Modem3gpp2Profile;
-    friend void appendSettings(std::string& text, const ProfileParams& params);
+    friend void appendDump(std::string& text, const ProfileParams& params);
 
     std::optional<uint32_t> reserved;  // copied with the record; nothing reads it
     std::optional<std::string> apnName;
