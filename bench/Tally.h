@@ -10,8 +10,11 @@ namespace zem {
 class Tally {
   public:
     void add() {
-        const std::lock_guard lock(mutex);
-        if (++count == wanted) reached.notify_one();
+        {
+            const std::lock_guard lock(mutex);
+            if (++count != wanted) return;
+        }
+        reached.notify_one();
     }
 
     // Returns when there are so many more than when it last returned.
