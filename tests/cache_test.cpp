@@ -102,6 +102,7 @@ TEST_F(CacheTest, ModifySendsTheDifferenceAndNothingElse) {
     auto params = transient("net");
     params.setUserName("me");
     params.setHomeIPType(V4);
+    params.setApnTypesMask(APN_TYPE_MMS);  // another bit on the modem
     const auto key = add(params);
     ModifyProfileParams changes{params};
     EXPECT_TRUE(cache.modify(changes, key));
@@ -119,6 +120,7 @@ TEST_F(CacheTest, ModifySendsTheDifferenceAndNothingElse) {
 // Its index may be another profile's by now.
 TEST_F(CacheTest, ExpiredKeySendsNothing) {
     auto key = add(transient("net"));
+    const auto next = add(transient("net"));
     EXPECT_TRUE(cache.remove(key));
     settle();
     modem.clearRequests();
