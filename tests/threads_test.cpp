@@ -1,6 +1,7 @@
 // Many threads at once: callers that take turns, keys dropped elsewhere, the modem and the dump
 // meanwhile; callers that overlap against the rule; and the process's exit in the midst of it.
 
+#include <android/log.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -260,6 +261,16 @@ TEST(ExitDeathTest, ProcessEndsInTheMidstOfItAllWithoutComplaint) {
         };
         EXPECT_EXIT(live(), testing::ExitedWithCode(0), "");
     }
+}
+
+TEST(ExitDeathTest, LogHearsOfTheEnginesEnd) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto live = [] {
+        __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+        Manager::getInstance().init(0, true);
+        exit(0);
+    };
+    EXPECT_EXIT(live(), testing::ExitedWithCode(0), "zem::ClientRequestManager: destructor");
 }
 
 }  // namespace
