@@ -95,6 +95,20 @@ void Modem3gppProfile::getNewIPTypes(const ProfileParams& params, std::optional<
 
 bool Modem3gppProfile::matchOwn(const ProfileQuery& query) const {
     const FilterProfileParams& params = query.params;
+    if (query.asksKindOrIP && !matchKindAndIP(params)) return false;
+    return agrees(params.maxPdnsConnPerBlock, maxPdnsConnPerBlock) &&
+           agrees(params.maxPdnConnTimer, maxPdnConnTimer) &&
+           agrees(params.pdnReqWaitInterval, pdnReqWaitInterval) &&
+           agrees(params.isApnDisabled, isApnDisabled) &&
+           agrees(params.isEmergencySupported, isEmergencySupported);
+}
+
+bool Modem3gppProfile::matchKindAndIP(const FilterProfileParams& params) const {
+    if (params.hasFilterByIsIAProfile()) {
+        if (isIAProfile() != params.getIsIAProfile()) return false;
+    } else if (params.hasFilterByIsZemProfile()) {
+        if (isZemProfile() != params.getIsZemProfile()) return false;
+    }
     const unsigned int criteria = params.getFilterMatchCriteria();
     if (params.homeIPType) {
         const auto& held = hasOverride() ? overrideHomeIPType : commonIPType;
@@ -103,31 +117,17 @@ bool Modem3gppProfile::matchOwn(const ProfileQuery& query) const {
             return false;
         }
     }
-    if (!query.asks3gpp) return true;
-    if (params.hasFilterByIsIAProfile()) {
-        if (isIAProfile() != params.getIsIAProfile()) return false;
-    } else if (params.hasFilterByIsZemProfile()) {
-        if (isZemProfile() != params.getIsZemProfile()) return false;
+    if (!params.roamIPType) return true;
+    IPType held;
+    if (!lteRoamIPType && !umtsRoamIPType && commonIPType) {
+        held = *commonIPType;  // one type for all networks
+    } else if (lteRoamIPType && *lteRoamIPType == getUmtsRoamIPType()) {
+        held = *lteRoamIPType;
+    } else {
+        return false;
     }
-    if (params.roamIPType) {
-        IPType held;
-        if (!lteRoamIPType && !umtsRoamIPType && commonIPType) {
-            held = *commonIPType;  // one type for all networks
-        } else if (lteRoamIPType && *lteRoamIPType == getUmtsRoamIPType()) {
-            held = *lteRoamIPType;
-        } else {
-            return false;
-        }
-        if (!matchIPType(held, *params.roamIPType, criteria & MATCH_ROAM_IP_SUBSET,
-                         criteria & MATCH_ROAM_IP_SUPERSET)) {
-            return false;
-        }
-    }
-    return agrees(params.maxPdnsConnPerBlock, maxPdnsConnPerBlock) &&
-           agrees(params.maxPdnConnTimer, maxPdnConnTimer) &&
-           agrees(params.pdnReqWaitInterval, pdnReqWaitInterval) &&
-           agrees(params.isApnDisabled, isApnDisabled) &&
-           agrees(params.isEmergencySupported, isEmergencySupported);
+    return matchIPType(held, *params.roamIPType, criteria & MATCH_ROAM_IP_SUBSET,
+                       criteria & MATCH_ROAM_IP_SUPERSET);
 }
 
 void Modem3gppProfile::apply(const std::shared_ptr<ModemProfile>& other) {

@@ -39,6 +39,7 @@ class Modem3gppProfile : public ModemProfile {
 
   private:
     bool matchOwn(const ProfileQuery& query) const override;
+    bool matchKindAndIP(const FilterProfileParams& params) const;
     bool isIAProfile() const;
     bool isZemProfile() const;
     bool hasOverride() const;

@@ -54,6 +54,8 @@ ProfileQuery::ProfileQuery(const FilterProfileParams& params) : params(params) {
     if (params.hasApnTypesMask()) apnTypesMask = convertToZapApnTypeMask(params.getApnTypesMask());
     asksCommon = params.hasUserName() || params.hasPassword() || params.hasAuthType() ||
                  params.hasApnTypesMask() || params.hasApnClass() || params.hasIsClatEnabled();
+    asksKindOrIP = params.hasFilterByIsIAProfile() || params.hasFilterByIsZemProfile() ||
+                   params.hasHomeIPType() || params.hasRoamIPType();
     asks3gpp = params.hasFilterByIsIAProfile() || params.hasFilterByIsZemProfile() ||
                params.hasRoamIPType() || params.hasMaxPdnsConnPerBlock() ||
                params.hasMaxPdnConnTimer() || params.hasPdnReqWaitInterval() ||

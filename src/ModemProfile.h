@@ -49,6 +49,7 @@ struct ProfileQuery {
     std::optional<uint64_t> apnTypesMask;  // in the modem's bit layout
     // Most filters ask for few settings; whole groups that none is asked of are passed over.
     bool asksCommon = false;
+    bool asksKindOrIP = false;
     bool asks3gpp = false;
 };
 
