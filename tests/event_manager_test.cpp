@@ -13,6 +13,8 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <future>
 #include <thread>
@@ -368,6 +370,24 @@ TEST(EventManagerDeathTest, ProcessEndsWhenDescriptorsHaveRunOut) {
     EXPECT_EXIT(buildWithOnly(0), testing::KilledBySignal(SIGABRT), "Cannot create epoll instance");
     EXPECT_EXIT(buildWithOnly(1), testing::KilledBySignal(SIGABRT),
                 "Cannot create eventfd instance");
+}
+
+class StderrWriter : public LogWriter {
+  public:
+    void write(LogLevel, std::string, std::string message) override {
+        fprintf(stderr, "%s\n", message.c_str());
+    }
+    int convertPrio(LogLevel) override { return 0; }
+};
+
+TEST(EventManagerDeathTest, LoopThatGoesAtExitStillHasItsWriter) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";  // nothing has been logged before
+    const auto live = [] {
+        static const EventManager loop;
+        LogWrapper::getInstance().setLogWriter(std::make_unique<StderrWriter>());
+        exit(0);
+    };
+    EXPECT_EXIT(live(), testing::ExitedWithCode(0), "EventManager::removeEventHandler");
 }
 
 }  // namespace
