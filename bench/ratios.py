@@ -13,6 +13,7 @@ import argparse
 import json
 import re
 import sys
+from math import inf
 from statistics import median
 from typing import NamedTuple, Optional
 
@@ -72,10 +73,14 @@ class Runs:
             for name, times in repetitions.items():
                 self.times.setdefault(name, []).append(median(times))
 
+        self.count = len(raw)
+
     def of(self, name):
-        if name not in self.times:
-            missing.add(name)
-        return self.times.get(name)
+        """One for each run: a run that lacks it would put those of the runs after it beside another's."""
+        if len(self.times.get(name, [])) == self.count:
+            return self.times[name]
+        missing.add(name)
+        return None
 
     def slowest(self, pattern):
         """Its name as well, where there was a choice."""
@@ -85,7 +90,7 @@ class Runs:
         if not names:
             return "", self.of(pattern)
         name = max(names, key=lambda each: median(self.times[each]))
-        return f" (worst: {name[len(pattern) - 1:]})", self.times[name]
+        return f" (worst: {name[len(pattern) - 1:]})", self.of(name)
 
     def sum(self, names):
         parts = [self.of(name) for name in names]
@@ -114,7 +119,8 @@ def ratio_row(row, runs, limit):
     mark = f"{limit:g}" if limit else ""
     if not yardstick:
         return [[*cells, *["-"] * 4, mark]]
-    ratios = [a / b for a, b in zip(measured, yardstick)]
+    # What runs but once may take no time that the clock could tell.
+    ratios = [a / b if b else inf for a, b in zip(measured, yardstick)]
     cells += [f"{median(yardstick):,.0f}", *(f"{of(ratios):.2f}" for of in (median, min, max))]
     return [[*cells, mark + (" OVER" if limit and median(ratios) > limit else "")]]
 
