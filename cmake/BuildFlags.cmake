@@ -54,8 +54,8 @@ if(ZEM_COVERAGE)
     target_link_options(zem_build_flags INTERFACE --coverage)
 endif()
 
-# What ships is built for size, all units as one: half of what -O2 makes of them, for a tenth more
-# instructions in a request. On a host the objects serve tests as well, which link them one by one.
+# What ships is built for size, all units as one, but for the units that every request runs through,
+# which src/CMakeLists.txt names. On a host the objects serve tests as well, which link them one by one.
 add_library(zem_small_flags INTERFACE)
 set(in_one $<$<CXX_COMPILER_ID:GNU>:-flto=auto;-ffat-lto-objects>$<$<BOOL:${ANDROID}>:-flto>)
 target_compile_options(zem_small_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Os;${in_one}> -ffunction-sections

@@ -20,8 +20,12 @@ inline void append(std::string& text, std::string_view value) {
     text.append(value);
 }
 
+inline void append(std::string& text, const char* value) {
+    text.append(value);
+}
+
 inline void append(std::string& text, bool value) {
-    append(text, value ? std::string_view("true") : "false");
+    append(text, value ? "true" : "false");
 }
 
 // A number in decimal.
@@ -35,7 +39,7 @@ void append(std::string& text, Number number) {
 template <class Value, size_t N>
 void append(std::string& text, const NamedValue<Value> (&names)[N], Value value) {
     for (const auto& entry : names) {
-        if (entry.value == value) return append(text, std::string_view(entry.name));
+        if (entry.value == value) return append(text, entry.name);
     }
     append(text, static_cast<uint32_t>(value));
 }

@@ -101,9 +101,15 @@ void LogWrapper::destroyReplaced() {
 }
 
 void LogWrapper::write(LogLevel level, const char* tag, std::string_view message) {
-    ++writing;
+    struct Counted {  // out again even when the writer throws
+        explicit Counted(LogWrapper& log) : log(log) { ++log.writing; }
+        ~Counted() {
+            if (--log.writing == 0 && log.anyReplaced) log.destroyReplaced();
+        }
+        LogWrapper& log;
+    };
+    const Counted counted(*this);
     if (LogWriter* const writer = installed) writer->write(level, tag, std::string(message));
-    if (--writing == 0 && anyReplaced) destroyReplaced();
 }
 
 void LogWrapper::print(LogLevel level, const char* tag, const char* format, va_list args) {

@@ -51,7 +51,7 @@ MUTANTS = [
     ("LogWrapper.cpp", "kLongest = 511", "kLongest = 510", "limits_test"),
     ("LogWrapper.cpp", "if (!piece) return false;", "if (!piece) continue;", "logging_test"),
     ("LogWrapper.cpp", "if (writing != 0) return;", "", "logging_test"),
-    ("LogWrapper.cpp", " && anyReplaced) destroyReplaced();", " && anyReplaced) {}", "logging_test"),
+    ("LogWrapper.cpp", " && log.anyReplaced) log.destroyReplaced();", " && log.anyReplaced) {}", "logging_test"),
     ("LogWrapper.h", "level == LOG_API || level == LOG_ERROR", "level >= LOG_ERROR", "logging_test"),
     ("Manager.cpp", '"Error in getProfile"', '"Unable to cast to GetResponse"', "manager_test"),
     ("Manager.cpp", "if (status == START) {", "if (status == COMPLETE) {", "manager_test"),
