@@ -22,11 +22,11 @@ bool expired(const ExpirationListener& listener) {
 }
 
 ModemProfile::ModemProfile(TechType techType, const ProfileParams& params)
-    : authType(params.authType),
+    : userName(params.userName),
+      password(params.password),
+      authType(params.authType),
       apnClass(params.apnClass),
       isClatEnabled(params.isClatEnabled),
-      userName(params.userName),
-      password(params.password),
       techType(techType) {
     if (params.apnName) apnName = convertToApnName(*params.apnName);
     if (params.apnTypesMask) apnTypesMask = convertToZapApnTypeMask(*params.apnTypesMask);

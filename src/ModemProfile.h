@@ -131,15 +131,15 @@ class ModemProfile {
     // Whether the filter's type agrees with the profile's, both read as sets of V4 and V6.
     static bool matchIPType(IPType held, IPType asked, bool subset, bool superset);
 
-    // What filters ask for most stands first, together.
-    std::optional<std::string> apnName;    // in lower case
+    // Texts, which filters take longest to compare, stand first.
+    std::optional<std::string> apnName;  // in lower case
+    std::optional<std::string> userName;
+    std::optional<std::string> password;
     std::optional<uint64_t> apnTypesMask;  // in the modem's bit layout
     std::optional<IPType> commonIPType;    // the PDP/PDN type; 3GPP: on the home network
     std::optional<AuthType> authType;
     std::optional<ApnClass> apnClass;
     std::optional<bool> isClatEnabled;
-    std::optional<std::string> userName;
-    std::optional<std::string> password;
 
   private:
     // The settings that only one technology has, or reads in its own way.
