@@ -76,15 +76,15 @@ void appendItem(std::string& text, std::string_view label, const Value& value) {
     text += ',';
 }
 
-// What dump() of a record returns.
-void appendDump(std::string& text, const ProfileParams& params);
-void appendDump(std::string& text, const AddProfileParams& params);
-void appendDump(std::string& text, const FilterProfileParams& params);
-
 // Nothing for a setting that is not there.
 template <class Value>
 void appendItem(std::string& text, std::string_view label, const std::optional<Value>& setting) {
     if (setting) appendItem(text, label, *setting);
 }
+
+// What dump() of a record returns.
+void appendDump(std::string& text, const ProfileParams& params);
+void appendDump(std::string& text, const AddProfileParams& params);
+void appendDump(std::string& text, const FilterProfileParams& params);
 
 }  // namespace zem

@@ -44,7 +44,6 @@ std::string flagNames(uint32_t events) {
 }  // namespace
 
 EventManager::EventManager() : epollFd(epoll_create1(EPOLL_CLOEXEC)), wakeFd(-1), events{} {
-    LogWrapper::getInstance();  // made before this is: at exit its writer goes after the loop
     if (epollFd == -1) {
         ZEM_LOG(LOG_ERROR, "Cannot create epoll instance");
         abort();

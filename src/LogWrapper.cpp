@@ -70,7 +70,6 @@ __attribute__((format(printf, 2, 0))) bool printPlain(Text& text, const char* fo
 }  // namespace
 
 std::atomic<LogWrapper*> LogWrapper::instance{nullptr};
-std::atomic<LogWriter*> LogWrapper::installed{nullptr};
 
 LogWrapper& LogWrapper::make() {
     // At exit the writer goes, and a diagnostic channel with it.
@@ -123,7 +122,7 @@ void LogWrapper::print(LogLevel level, const char* tag, const char* format, va_l
 }
 
 void LogWrapper::log(LogLevel level, const char* tag, const char* format, ...) {
-    if (!wanted(level)) return;
+    if (!wants(level)) return;
     va_list args;
     va_start(args, format);
     print(level, tag, format, args);

@@ -36,13 +36,14 @@ class LogWriter {
 
 class LogWrapper {
   public:
+    // The first to ask makes it, so that at exit its writer goes after whatever has begun to log.
     static LogWrapper& getInstance() {
         LogWrapper* const made = instance.load(std::memory_order_acquire);
         return made ? *made : make();
     }
 
     // Whether a line of this level reaches anybody.
-    static bool wanted(LogLevel level) {
+    bool wants(LogLevel level) const {
         return kept(level) || installed.load(std::memory_order_relaxed);
     }
 
@@ -67,7 +68,7 @@ class LogWrapper {
     void destroyReplaced();
 
     static std::atomic<LogWrapper*> instance;
-    static std::atomic<LogWriter*> installed;
+    std::atomic<LogWriter*> installed{nullptr};
     // Threads that may look at the installed writer. They count themselves in before they look, so
     // that those replaced have no user when the count is seen at zero.
     std::atomic<int> writing{0};
@@ -81,8 +82,8 @@ inline constexpr char kLogTag[] = "ZEM";
 }  // namespace zem
 
 // Logs a line; its arguments are evaluated only when somebody sees it.
-#define ZEM_LOG(level, ...)                                                                  \
-    do {                                                                                     \
-        if (::zem::LogWrapper::wanted(::zem::level))                                         \
-            ::zem::LogWrapper::getInstance().log(::zem::level, ::zem::kLogTag, __VA_ARGS__); \
+#define ZEM_LOG(level, ...)                                                                    \
+    do {                                                                                       \
+        ::zem::LogWrapper& zemLog = ::zem::LogWrapper::getInstance();                          \
+        if (zemLog.wants(::zem::level)) zemLog.log(::zem::level, ::zem::kLogTag, __VA_ARGS__); \
     } while (false)

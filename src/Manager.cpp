@@ -34,7 +34,6 @@ Manager& Manager::getInstance() {
 }
 
 Manager::Manager() {
-    LogWrapper::getInstance();  // made before this is: at exit its writer goes after the engine
     ZEM_LOG(LOG_DEBUG, "zem::Manager: constructor");
 }
 

@@ -3,6 +3,7 @@
 #include "DumpText.h"
 
 namespace zem {
+
 ProfileParams::~ProfileParams() = default;
 
 std::string ProfileParams::dump() const {

@@ -1,5 +1,6 @@
 // The loop is stepped by hand; it runs on a thread of its own only where a test is about that.
 
+#include <android/log.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +14,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <future>
@@ -372,19 +372,12 @@ TEST(EventManagerDeathTest, ProcessEndsWhenDescriptorsHaveRunOut) {
                 "Cannot create eventfd instance");
 }
 
-class StderrWriter : public LogWriter {
-  public:
-    void write(LogLevel, std::string, std::string message) override {
-        fprintf(stderr, "%s\n", message.c_str());
-    }
-    int convertPrio(LogLevel) override { return 0; }
-};
-
 TEST(EventManagerDeathTest, LoopThatGoesAtExitStillHasItsWriter) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";  // nothing has been logged before
     const auto live = [] {
         static const EventManager loop;
-        LogWrapper::getInstance().setLogWriter(std::make_unique<StderrWriter>());
+        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
         exit(0);
     };
     EXPECT_EXIT(live(), testing::ExitedWithCode(0), "EventManager::removeEventHandler");

@@ -56,7 +56,6 @@ MUTANTS = [
     ("Manager.cpp", '"Error in getProfile"', '"Unable to cast to GetResponse"', "manager_test"),
     ("Manager.cpp", "if (status == START) {", "if (status == COMPLETE) {", "manager_test"),
     ("Manager.cpp", "    auto next = std::make_unique<ClientRequestManager>(instance);", "    engine.reset();\n    auto next = std::make_unique<ClientRequestManager>(instance);", "manager_test"),
-    ("Manager.cpp", "    LogWrapper::getInstance();  // made", "    // made", "threads_test"),
     ("Manager.cpp", "lines.emplace_back();\n", "", "manager_test"),
     ("Modem3gpp2Profile.cpp", "if (query.asks3gpp) return false;", "", "model_test"),
     ("Modem3gpp2Profile.cpp", "put(password, m.pdn_level_password_3gpp2_valid, m.pdn_level_password_3gpp2);", "", "model_test"),
