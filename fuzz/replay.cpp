@@ -1,7 +1,7 @@
 // Replay: runs a target without a fuzzer. A folder's files are run as they stand and then a
 // thousand times altered, the same way each time; a file is run alone, and once.
 //
-//   fuzz_modem fuzz/corpus/modem
+//   fuzz_modem build/default/fuzz/corpus/modem
 //   fuzz_modem fuzz_modem.input
 //
 // An input is kept as fuzz_TARGET.input in the working folder while it runs, so that one

@@ -192,7 +192,7 @@ def check_modules(blueprint, cmake):
         uses = [used for key in module if re.search("^defaults$|_libs$|_bins$", key) for used in module[key]]
         for used in set(uses) - OF_THE_TREE - set(blueprint.modules):
             complaints.append(f"{name}: there is no {used}")
-        named = [each for key in module if re.search("^data$|^corpus$|include_dirs$", key) for each in module[key]]
+        named = [each for key in module if re.search("^data$|include_dirs$", key) for each in module[key]]
         for pattern in named:
             if not glob.glob(pattern):
                 complaints.append(f"{name}: there is no {pattern}")
