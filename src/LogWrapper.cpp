@@ -1,3 +1,10 @@
+// A writer may be replaced while threads are in its write(), and must then live until the last of
+// them leaves. A thread therefore counts itself into the writer's slot, and then checks that the
+// slot is still current: if it is, the writer cannot be destroyed before the thread leaves; if not,
+// the thread does not touch the writer, and tries the slot that is current now. Whoever replaces a
+// writer, and every thread that leaves a replaced one, destroys it when the count is zero; the
+// mutex lets only one of them do so. Each side writes (count or current) before it reads what the
+// other writes, in one order for all threads, so that at least one of the two sees the other.
 #include "LogWrapper.h"
 
 #include <charconv>
@@ -81,34 +88,57 @@ LogWrapper& LogWrapper::make() {
 }
 
 void LogWrapper::setLogWriter(std::unique_ptr<LogWriter> writer) {
-    std::unique_ptr<LogWriter> old(installed.exchange(writer.release()));
-    if (!old) return;
+    Slot* old = nullptr;
     {
         const MutexLock lock(mutex);
-        replaced.push_back(std::move(old));
-        anyReplaced = true;
+        Slot* next = nullptr;
+        if (writer) {
+            next = &freeSlot();
+            next->writer = std::move(writer);
+        }
+        old = current.exchange(next);
     }
-    destroyReplaced();
+    if (old) destroyIfIdle(*old);
 }
 
-void LogWrapper::destroyReplaced() {
-    std::vector<std::unique_ptr<LogWriter>> gone;  // outlives the lock: a writer may log as it goes
+LogWrapper::Slot& LogWrapper::freeSlot() {
+    for (const auto& slot : slots) {
+        if (!slot->writer) return *slot;
+    }
+    return *slots.emplace_back(std::make_unique<Slot>());
+}
+
+LogWrapper::Slot* LogWrapper::enter() {
+    while (Slot* const slot = current) {
+        ++slot->users;
+        if (current == slot) return slot;
+        leave(*slot);
+    }
+    return nullptr;
+}
+
+void LogWrapper::leave(Slot& slot) {
+    if (--slot.users == 0 && current != &slot) destroyIfIdle(slot);
+}
+
+void LogWrapper::destroyIfIdle(Slot& slot) {
+    // Outlives the lock: a writer may log in its destructor.
+    std::unique_ptr<LogWriter> gone;
     const MutexLock lock(mutex);
-    if (writing != 0) return;  // whoever is the last will come here
-    anyReplaced = false;
-    gone.swap(replaced);
+    if (current != &slot && slot.users == 0) gone = std::move(slot.writer);
 }
 
 void LogWrapper::write(LogLevel level, const char* tag, std::string_view message) {
-    struct Counted {  // out again even when the writer throws
-        explicit Counted(LogWrapper& log) : log(log) { ++log.writing; }
-        ~Counted() {
-            if (--log.writing == 0 && log.anyReplaced) log.destroyReplaced();
+    struct Use {  // leaves even when the writer throws
+        explicit Use(LogWrapper& log) : log(log), slot(log.enter()) {}
+        ~Use() {
+            if (slot) log.leave(*slot);
         }
         LogWrapper& log;
+        Slot* const slot;
     };
-    const Counted counted(*this);
-    if (LogWriter* const writer = installed) writer->write(level, tag, std::string(message));
+    const Use use(*this);
+    if (use.slot) use.slot->writer->write(level, tag, std::string(message));
 }
 
 void LogWrapper::print(LogLevel level, const char* tag, const char* format, va_list args) {

@@ -42,15 +42,16 @@ class LogWrapper {
         return made ? *made : make();
     }
 
-    // Whether a line of this level reaches anybody.
+    // Whether a line of this level goes anywhere.
     bool wants(LogLevel level) const {
-        return kept(level) || installed.load(std::memory_order_relaxed);
+        return kept(level) || current.load(std::memory_order_relaxed);
     }
 
     LogWrapper(const LogWrapper&) = delete;
     LogWrapper& operator=(const LogWrapper&) = delete;
 
-    // Null removes the writer. The one before is destroyed as soon as no thread is writing.
+    // Null removes the writer. The one before is destroyed at once, or when the last thread that is
+    // in its write() returns from there, on that thread.
     void setLogWriter(std::unique_ptr<LogWriter> writer);
 
     // Cuts the message to 511 characters. Errors and API lines are kept in the LocalLogBuffer as
@@ -65,16 +66,22 @@ class LogWrapper {
     __attribute__((format(printf, 4, 0))) void print(LogLevel level, const char* tag,
                                                      const char* format, va_list args);
     void write(LogLevel level, const char* tag, std::string_view message);
-    void destroyReplaced();
+
+    // Where a writer is installed, and the count of threads that may be in its write(). A slot is
+    // never destroyed: a thread may count itself into one that is no longer current.
+    struct Slot {
+        std::unique_ptr<LogWriter> writer;  // changed under the mutex while no thread uses it
+        std::atomic<int> users{0};
+    };
+    Slot* enter();
+    void leave(Slot& slot);
+    void destroyIfIdle(Slot& slot);
+    Slot& freeSlot() ZEM_REQUIRES(mutex);
 
     static std::atomic<LogWrapper*> instance;
-    std::atomic<LogWriter*> installed{nullptr};
-    // Threads that may look at the installed writer. They count themselves in before they look, so
-    // that those replaced have no user when the count is seen at zero.
-    std::atomic<int> writing{0};
-    std::atomic<bool> anyReplaced{false};
+    std::atomic<Slot*> current{nullptr};  // null while no writer is installed
     Mutex mutex;
-    std::vector<std::unique_ptr<LogWriter>> replaced ZEM_GUARDED_BY(mutex);
+    std::vector<std::unique_ptr<Slot>> slots ZEM_GUARDED_BY(mutex);
 };
 
 inline constexpr char kLogTag[] = "ZEM";

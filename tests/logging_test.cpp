@@ -84,24 +84,48 @@ TEST(LogWrapperTest, OnlyErrorsAndApiLinesAreKeptWhetherOrNotThereIsAWriter) {
     }
 }
 
-TEST(LogWrapperTest, ReplacedWriterLivesUntilTheLastWriteThroughItReturns) {
+// A writer whose write() begins and ends when the test says so.
+class HeldWriter {
+  public:
+    void install() {
+        LogWrapper::getInstance().setLogWriter(std::make_unique<HookedWriter>(
+            [this] {
+                entered.set_value();
+                mayReturn.get_future().wait();
+            },
+            [this] { destroyed = true; }));
+    }
+    void occupy() {
+        thread = std::thread([] { ZEM_LOG(LOG_INFO, "slow"); });
+        ASSERT_EQ(entered.get_future().wait_for(kLimit), std::future_status::ready);
+    }
+    void leave() {
+        mayReturn.set_value();
+        thread.join();
+    }
     std::atomic<bool> destroyed{false};
+
+  private:
     std::promise<void> entered, mayReturn;
-    LogWrapper::getInstance().setLogWriter(std::make_unique<HookedWriter>(
-        [&] {
-            entered.set_value();
-            mayReturn.get_future().wait();
-        },
-        [&] { destroyed = true; }));
-    std::thread logging([] { ZEM_LOG(LOG_INFO, "slow"); });
-    EXPECT_EQ(entered.get_future().wait_for(kLimit), std::future_status::ready);
+    std::thread thread;
+};
 
+TEST(LogWrapperTest, ReplacedWriterGoesThoughThreadsAreInOtherWriters) {
+    HeldWriter busy, alsoBusy, idle;
+    busy.install();
+    busy.occupy();
+    idle.install();
+    alsoBusy.install();
+    EXPECT_TRUE(idle.destroyed);
+    alsoBusy.occupy();
+
+    busy.leave();
+
+    EXPECT_TRUE(busy.destroyed);
     LogWrapper::getInstance().setLogWriter(nullptr);
-
-    EXPECT_FALSE(destroyed);
-    mayReturn.set_value();
-    logging.join();
-    EXPECT_TRUE(destroyed);
+    EXPECT_FALSE(alsoBusy.destroyed);
+    alsoBusy.leave();
+    EXPECT_TRUE(alsoBusy.destroyed);
 }
 
 TEST(LogWrapperTest, WriterMayLogWhileItIsBeingDestroyed) {
