@@ -1,6 +1,9 @@
 #include "ClientRequest.h"
 
+#include <typeinfo>
+
 #include "DumpText.h"
+#include "ProfileKey.h"
 
 namespace zem {
 namespace {
@@ -12,6 +15,11 @@ constexpr NamedValue<ReqRespType> kReqRespTypeNames[] = {
 
 void append(std::string& text, const std::shared_ptr<IProfileKey>& key) {
     if (key) text += key->dump();
+}
+
+// The library's own keys never change. Compared exactly: a class derived from theirs may.
+bool mayDumpOtherwise(const IProfileKey& key) {
+    return typeid(key) != typeid(ProfileKey);
 }
 
 }  // namespace
@@ -26,8 +34,11 @@ std::ostream& operator<<(std::ostream& out, ReqRespType type) {
     return out << nameOf(type);
 }
 
+ClientRequest::ClientRequest(ReqRespType type, const std::shared_ptr<IProfileKey>& key)
+    : type(type), mayChange(key && mayDumpOtherwise(*key)) {}
+
 const std::string& ClientRequest::text() const {
-    if (!rendered) rendered = dump();
+    if (!rendered || mayChange) rendered = dump();
     return *rendered;
 }
 

@@ -1,7 +1,8 @@
 // ClientRequest and its family: what a caller's call looks like on its way to the engine.
 //
 // Made and owned by the caller's thread; the engine only looks at it. CallbackRequest has a header
-// of its own.
+// of its own. Accessors return copies, so that their results may outlive the request; the engine
+// reads the fields in place.
 #pragma once
 
 #include <cstdint>
@@ -41,34 +42,45 @@ class ClientRequest {
     virtual std::string dump() const;
     ReqRespType getRequestType() const { return type; }
 
-    // What dump() returned when it was first asked for. The caller's thread before the request is
-    // handed over, the engine's after.
+    // What dump() returns now, rendered only once where it cannot change. The caller's thread
+    // before the request is handed over, the engine's after.
     const std::string& text() const;
+
+  protected:
+    // For a request whose dump() always returns the same.
+    struct Constant {};
+    ClientRequest(ReqRespType type, Constant) : type(type), mayChange(false) {}
+    // For one that holds a key, whose own dump() may change unless the library made the key.
+    ClientRequest(ReqRespType type, const std::shared_ptr<IProfileKey>& key);
 
   private:
     const ReqRespType type;
+    const bool mayChange = true;
     mutable std::optional<std::string> rendered;
 };
 
 class AddRequest : public ClientRequest {
   public:
-    explicit AddRequest(const AddProfileParams& params) : ClientRequest(ADD), params(params) {}
+    explicit AddRequest(const AddProfileParams& params)
+        : ClientRequest(ADD, Constant()), params(params) {}
     std::string dump() const override;
-    const AddProfileParams& getAddProfileParams() const { return params; }
+    AddProfileParams getAddProfileParams() const { return params; }
 
   private:
+    friend class ClientRequestManager;
     const AddProfileParams params;
 };
 
 class ModifyRequest : public ClientRequest {
   public:
     ModifyRequest(const ModifyProfileParams& params, std::shared_ptr<IProfileKey> key)
-        : ClientRequest(MODIFY), params(params), key(std::move(key)) {}
+        : ClientRequest(MODIFY, key), params(params), key(std::move(key)) {}
     std::string dump() const override;
-    const ModifyProfileParams& getModifyProfileParams() const { return params; }
-    const std::shared_ptr<IProfileKey>& getModifyProfileKey() const { return key; }
+    ModifyProfileParams getModifyProfileParams() const { return params; }
+    std::shared_ptr<IProfileKey> getModifyProfileKey() const { return key; }
 
   private:
+    friend class ClientRequestManager;
     const ModifyProfileParams params;
     const std::shared_ptr<IProfileKey> key;
 };
@@ -76,34 +88,37 @@ class ModifyRequest : public ClientRequest {
 class DeleteRequest : public ClientRequest {
   public:
     explicit DeleteRequest(std::shared_ptr<IProfileKey> key)
-        : ClientRequest(DELETE), key(std::move(key)) {}
+        : ClientRequest(DELETE, key), key(std::move(key)) {}
     std::string dump() const override;
-    const std::shared_ptr<IProfileKey>& getDeleteProfileKey() const { return key; }
+    std::shared_ptr<IProfileKey> getDeleteProfileKey() const { return key; }
 
   private:
+    friend class ClientRequestManager;
     const std::shared_ptr<IProfileKey> key;
 };
 
 class FilterRequest : public ClientRequest {
   public:
     explicit FilterRequest(const FilterProfileParams& params)
-        : ClientRequest(FILTER), params(params) {}
+        : ClientRequest(FILTER, Constant()), params(params) {}
     std::string dump() const override;
-    const FilterProfileParams& getFilterParams() const { return params; }
+    FilterProfileParams getFilterParams() const { return params; }
 
   private:
+    friend class ClientRequestManager;
     const FilterProfileParams params;
 };
 
 class MatchRequest : public ClientRequest {
   public:
     MatchRequest(const FilterProfileParams& params, std::shared_ptr<IProfileKey> key)
-        : ClientRequest(MATCH), params(params), key(std::move(key)) {}
+        : ClientRequest(MATCH, key), params(params), key(std::move(key)) {}
     std::string dump() const override;
-    const FilterProfileParams& getMatchParams() const { return params; }
-    const std::shared_ptr<IProfileKey>& getMatchKey() const { return key; }
+    FilterProfileParams getMatchParams() const { return params; }
+    std::shared_ptr<IProfileKey> getMatchKey() const { return key; }
 
   private:
+    friend class ClientRequestManager;
     const FilterProfileParams params;
     const std::shared_ptr<IProfileKey> key;
 };
@@ -111,17 +126,19 @@ class MatchRequest : public ClientRequest {
 class GetRequest : public ClientRequest {
   public:
     explicit GetRequest(std::shared_ptr<IProfileKey> key)
-        : ClientRequest(GET), key(std::move(key)) {}
+        : ClientRequest(GET, key), key(std::move(key)) {}
     std::string dump() const override;
-    const std::shared_ptr<IProfileKey>& getProfileKey() const { return key; }
+    std::shared_ptr<IProfileKey> getProfileKey() const { return key; }
 
   private:
+    friend class ClientRequestManager;
     const std::shared_ptr<IProfileKey> key;
 };
 
 class RefreshRequest : public ClientRequest {
   public:
-    explicit RefreshRequest(PDCRefreshStatus status) : ClientRequest(REFRESH), status(status) {}
+    explicit RefreshRequest(PDCRefreshStatus status)
+        : ClientRequest(REFRESH, Constant()), status(status) {}
 
     const PDCRefreshStatus status;
 };

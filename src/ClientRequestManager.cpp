@@ -85,41 +85,38 @@ std::shared_ptr<ClientResponse> ClientRequestManager::dispatch(const ClientReque
         case ADD: {
             const auto* add = as<AddRequest>(request);
             if (!add || refused) return std::make_shared<AddResponse>(FAILURE, nullptr);
-            return std::make_shared<AddResponse>(SUCCESS, cache.add(add->getAddProfileParams()));
+            return std::make_shared<AddResponse>(SUCCESS, cache.add(add->params));
         }
         case MODIFY: {
             const auto* modify = as<ModifyRequest>(request);
             if (!modify || refused) return std::make_shared<ModifyResponse>(FAILURE);
-            const auto key = toProfileKey(modify->getModifyProfileKey());
-            return std::make_shared<ModifyResponse>(
-                toStatus(cache.modify(modify->getModifyProfileParams(), key)));
+            const auto key = toProfileKey(modify->key);
+            return std::make_shared<ModifyResponse>(toStatus(cache.modify(modify->params, key)));
         }
         case DELETE: {
             const auto* remove = as<DeleteRequest>(request);
             if (!remove || refused) return std::make_shared<DeleteResponse>(FAILURE);
-            const auto key = toProfileKey(remove->getDeleteProfileKey());
+            const auto key = toProfileKey(remove->key);
             return std::make_shared<DeleteResponse>(toStatus(cache.remove(key)));
         }
         case FILTER: {
             const auto* filter = as<FilterRequest>(request);
             std::list<std::shared_ptr<IProfileKey>> keys;
             if (!filter || refused) return std::make_shared<FilterResponse>(FAILURE, keys);
-            for (auto& key : cache.filter(filter->getFilterParams()))
-                keys.push_back(std::move(key));
+            for (auto& key : cache.filter(filter->params)) keys.push_back(std::move(key));
             return std::make_shared<FilterResponse>(SUCCESS, std::move(keys));
         }
         case MATCH: {
             const auto* match = as<MatchRequest>(request);
             if (!match || refused) return std::make_shared<MatchResponse>(FAILURE, false);
-            const auto key = toProfileKey(match->getMatchKey());
+            const auto key = toProfileKey(match->key);
             if (!key) return std::make_shared<MatchResponse>(FAILURE, false);
-            return std::make_shared<MatchResponse>(SUCCESS,
-                                                   cache.match(match->getMatchParams(), key));
+            return std::make_shared<MatchResponse>(SUCCESS, cache.match(match->params, key));
         }
         case GET: {
             const auto* get = as<GetRequest>(request);
             std::optional<ProfileParams> params;
-            if (get && !refused) params = cache.get(toProfileKey(get->getProfileKey()));
+            if (get && !refused) params = cache.get(toProfileKey(get->key));
             const Status status = toStatus(params.has_value());
             return std::make_shared<GetResponse>(status, std::move(params));
         }

@@ -1,6 +1,7 @@
 // ClientResponse and its family: the engine's answers.
 //
 // Made on the engine thread and moved to the caller's, which alone may drop the keys in them.
+// Accessors return copies, so that their results may outlive the response.
 #pragma once
 
 #include <list>
@@ -40,7 +41,7 @@ class AddResponse : public ClientResponse {
     AddResponse(Status status, std::shared_ptr<IProfileKey> key)
         : ClientResponse(status, ADD), key(std::move(key)) {}
     std::string dump() const override;
-    const std::shared_ptr<IProfileKey>& getAddProfileKey() const { return key; }
+    std::shared_ptr<IProfileKey> getAddProfileKey() const { return key; }
 
   private:
     const std::shared_ptr<IProfileKey> key;
@@ -62,7 +63,7 @@ class FilterResponse : public ClientResponse {
     FilterResponse(Status status, std::list<std::shared_ptr<IProfileKey>> keys)
         : ClientResponse(status, FILTER), keys(std::move(keys)) {}
     std::string dump() const override;
-    const std::list<std::shared_ptr<IProfileKey>>& getFilterResult() const { return keys; }
+    std::list<std::shared_ptr<IProfileKey>> getFilterResult() const { return keys; }
 
   private:
     const std::list<std::shared_ptr<IProfileKey>> keys;
@@ -83,7 +84,7 @@ class GetResponse : public ClientResponse {
     GetResponse(Status status, std::optional<ProfileParams> params)
         : ClientResponse(status, GET), params(std::move(params)) {}
     std::string dump() const override;
-    const std::optional<ProfileParams>& getParams() const { return params; }
+    std::optional<ProfileParams> getParams() const { return params; }
 
   private:
     const std::optional<ProfileParams> params;

@@ -27,7 +27,8 @@ class ForeignKey : public IProfileKey {
     int getProfileId() override { return 1; }
     TechType getTechType() override { return k3gpp; }
     void registerExpirationListener(std::function<void()>) override {}
-    std::string dump() override { return "foreign"; }
+    std::string dump() override { return text; }
+    std::string text = "foreign";
 };
 
 class EngineTest : public PhoneTest {
@@ -139,6 +140,26 @@ TEST_F(EngineTest, ReleaseIsAnsweredByWhetherTheCacheKnowsTheToken) {
     EXPECT_TRUE(log.contains("Handling " + release->dump()));
 }
 
+TEST_F(EngineTest, RequestIsLoggedAsItIsWhenItIsHandled) {
+    start();
+    const auto release = std::make_shared<CallbackRequest>();
+    const auto key = std::make_shared<ForeignKey>();
+    const std::shared_ptr<ClientRequest> withKey[] = {
+        std::make_shared<GetRequest>(key), std::make_shared<DeleteRequest>(key),
+        std::make_shared<MatchRequest>(FilterProfileParams(), key),
+        std::make_shared<ModifyRequest>(ModifyProfileParams(), key)};
+    for (unsigned long token = 900; token < 902; ++token) {
+        release->setReleaseToken(token);
+        key->text = "foreign " + std::to_string(token);
+        ask(release);
+        EXPECT_TRUE(log.contains(LOG_INFO, "Handling Callback Release " + std::to_string(token)));
+        for (const auto& request : withKey) {
+            ask(request);
+            EXPECT_TRUE(log.contains(LOG_INFO, "Handling " + request->dump()));
+        }
+    }
+}
+
 TEST_F(EngineTest, WakeUpWithoutARequestOnlyReturns) {
     start();
     const EventFd fd = EventFd::create();
@@ -184,7 +205,7 @@ TEST_F(EngineTest, CallFromAListenerIsRefused) {
     });
     modem.deleteProfile(Tech::k3gpp, static_cast<unsigned>(key->getProfileId()));
     EXPECT_TRUE(refused.get_future().get());
-    EXPECT_TRUE(log.contains(LOG_ERROR, "request refused on the engine thread: Get "));
+    EXPECT_TRUE(log.contains(LOG_API, "request refused on the engine thread: Get "));
 }
 
 TEST_F(EngineTest, ListenerThatOwnsItsKeyDoesNotHangTheEngine) {
@@ -195,6 +216,7 @@ TEST_F(EngineTest, ListenerThatOwnsItsKeyDoesNotHangTheEngine) {
     key.reset();
     modem.deleteProfile(Tech::k3gpp, index);
     settle();
+    EXPECT_EQ(log.countContaining("request refused on the engine thread: Callback Release"), 1u);
     EXPECT_TRUE(log.contains(LOG_DEBUG, "~ProfileKey"));
 }
 

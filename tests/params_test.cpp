@@ -192,6 +192,23 @@ TEST(EnvelopesTest, CallbackRequestHoldsAReleaseOrARegistration) {
     EXPECT_FALSE(ofExpired.getExpirationCb());
 }
 
+// A reference would dangle in `for (auto& key : response()->getFilterResult())`.
+template <class Result, class Envelope>
+constexpr bool returnsCopy(Result (Envelope::*)() const) {
+    return !std::is_reference_v<Result>;
+}
+static_assert(returnsCopy(&AddRequest::getAddProfileParams));
+static_assert(returnsCopy(&ModifyRequest::getModifyProfileParams));
+static_assert(returnsCopy(&ModifyRequest::getModifyProfileKey));
+static_assert(returnsCopy(&DeleteRequest::getDeleteProfileKey));
+static_assert(returnsCopy(&FilterRequest::getFilterParams));
+static_assert(returnsCopy(&MatchRequest::getMatchParams));
+static_assert(returnsCopy(&MatchRequest::getMatchKey));
+static_assert(returnsCopy(&GetRequest::getProfileKey));
+static_assert(returnsCopy(&AddResponse::getAddProfileKey));
+static_assert(returnsCopy(&FilterResponse::getFilterResult));
+static_assert(returnsCopy(&GetResponse::getParams));
+
 TEST(EnvelopesTest, ResponsesPrintTypeStatusThenContent) {
     struct UnheardOf : ClientResponse {
         UnheardOf() : ClientResponse(Status(7), ReqRespType(8)) {}
