@@ -64,9 +64,15 @@ void ZapWdsProxy::registerZapSvcUp() {
     notifier.reset();  // one may still wait, and osParams are in use until it is released
     clear(osParams);
     zap_client_handle handle = nullptr;
-    if (zap_client_notifier_init(serviceObject, &osParams, &handle) != 0) return;
+    if (const int error = zap_client_notifier_init(serviceObject, &osParams, &handle)) {
+        ZEM_LOG(LOG_ERROR, "zap_client_notifier_init error. ErrCode : %d", error);
+        return;
+    }
     notifier.reset(handle);
-    if (zap_client_register_notify_cb(handle, zapNotifyCb, this) != 0) notifier.reset();
+    if (const int error = zap_client_register_notify_cb(handle, zapNotifyCb, this)) {
+        ZEM_LOG(LOG_ERROR, "zap_client_register_notify_cb error. ErrCode : %d", error);
+        notifier.reset();
+    }
 }
 
 void ZapWdsProxy::zapNotifyCb(zap_client_handle, zap_service_object, zap_service_event event,
@@ -117,7 +123,6 @@ void ZapWdsProxy::initClient() {
         return;
     }
     client.reset(handle);
-    if (released == handle) released = nullptr;
     const int result = zap_client_register_error_cb(handle, zapErrorCb, this);
     ZEM_LOG(LOG_DEBUG, "zap_client_register_error_cb result: %d", result);
     registerZapIndications();
@@ -159,7 +164,7 @@ void ZapWdsProxy::zapIndCb(zap_client_handle client, unsigned int messageId, uns
     }
     auto* const proxy = static_cast<ZapWdsProxy*>(user);
     try {
-        IndInfo_t ind = {client, messageId, {buffer, buffer + length}};
+        IndInfo_t ind = {client, false, messageId, {buffer, buffer + length}};
         const MutexLock lock(proxy->queueMutex);
         proxy->indQueue.push_back(std::move(ind));
     } catch (const std::exception&) {  // must not pass through the C library
@@ -213,8 +218,7 @@ void ZapWdsProxy::handleQueued(const IndInfo_t& ind) {
         return;
     }
     wds_profile_changed_ind_msg_v01 decoded = {};
-    // A handle that was given back is no longer the client library's to decode with.
-    if ((released && ind.client == released) ||
+    if (ind.clientReleased ||
         zap_client_message_decode(ind.client, ZAP_MESSAGE_INDICATION, ind.messageId,
                                   ind.message.data(), static_cast<unsigned>(ind.message.size()),
                                   &decoded, sizeof decoded) != 0) {
@@ -261,9 +265,18 @@ void ZapWdsProxy::handleError(int fd, void* arg) {
     static_cast<ZapWdsProxy*>(arg)->restart();
 }
 
-void ZapWdsProxy::restart() {
-    if (client) released = client.get();
+void ZapWdsProxy::releaseClient() {
+    if (!client) return;
+    const zap_client_handle handle = client.get();
     client.reset();
+    // No indication of the client arrives any more. The next client may get the same handle, so
+    // those that wait are marked now.
+    const MutexLock lock(queueMutex);
+    for (IndInfo_t& ind : indQueue) ind.clientReleased |= ind.client == handle;
+}
+
+void ZapWdsProxy::restart() {
+    releaseClient();
     ZEM_LOG(LOG_INFO, "Handling modem down");
     registerZapSvcUp();
 }

@@ -66,14 +66,16 @@ class ZapWdsProxy {
     };
     using Handle = std::unique_ptr<zap_client, Release>;
 
-    // An indication as it came. The client is the one that it came for, which may be gone since.
+    // An indication as it arrived, and the client that it arrived for.
     struct IndInfo_t {
         zap_client_handle client;
+        bool clientReleased;  // the handle must not be used any more
         unsigned int messageId;
         std::vector<unsigned char> message;
     };
 
     void initClient();
+    void releaseClient();
     void restart();
     void handleQueue();
     void handleQueued(const IndInfo_t& ind);
@@ -98,7 +100,6 @@ class ZapWdsProxy {
     const EventFd errorFd;
     const EventFd indicationFd;
     std::function<void(ProfileChangedInd)> profileChangedIndCb;
-    zap_client_handle released = nullptr;  // a former client, whose indications may still wait
 };
 
 }  // namespace zem
