@@ -126,6 +126,9 @@ unsigned char convertToZapAuthPref(AuthType type) {
 }
 
 AuthType convertToAuthType(wds_profile_auth_protocol_enum_v01 protocol) {
+    if (onlyKnownAuth(protocol) != protocol) {
+        ZEM_LOG(LOG_DEBUG, "Unknown auth_protocol_enum %d", static_cast<int>(protocol));
+    }
     return AuthType(onlyKnownAuth(protocol));
 }
 

@@ -30,6 +30,9 @@ uint32_t fromPdn(uint32_t value) {
 uint32_t fromPdp(uint32_t value) {
     return static_cast<uint32_t>(convertPdpType(wds_pdp_type_enum_v01(value)));
 }
+uint32_t fromAuthProtocol(uint32_t value) {
+    return static_cast<uint32_t>(convertToAuthType(wds_profile_auth_protocol_enum_v01(value)));
+}
 uint32_t fromCommon(uint32_t value) {
     return static_cast<uint32_t>(convertPdpType(wds_common_pdp_type_enum_v01(value)));
 }
@@ -48,6 +51,8 @@ TEST(ConversionsTest, ValuesThatNobodyDefinedAreLogged) {
         {fromPdp, kUnknown, "Unknown pdp_type_enum -1"},
         {fromCommon, 3, "Unknown pdp_type_enum 3"},
         {fromCommon, 255, "Unknown pdp_type_enum 255"},
+        {fromAuthProtocol, 4, "Unknown auth_protocol_enum 4"},
+        {fromAuthProtocol, kUnknown, "Unknown auth_protocol_enum -1"},
     };
     RecordedLog log;
     for (const auto& c : cases) {
@@ -57,6 +62,9 @@ TEST(ConversionsTest, ValuesThatNobodyDefinedAreLogged) {
     }
     log.clear();
     EXPECT_EQ(fromPdn(WDS_PROFILE_PDN_TYPE_UNSPECIFIED_V01), 0u);
+    for (uint32_t protocol = 0; protocol <= 3; ++protocol) {
+        EXPECT_EQ(fromAuthProtocol(protocol), protocol);
+    }
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
