@@ -1,5 +1,6 @@
 #include <zem/Manager.h>
 
+#include <exception>
 #include <utility>
 
 #include "AdbWriter.h"
@@ -29,7 +30,12 @@ std::shared_ptr<Response> ask(ClientRequestManager& engine, const char* operatio
 }  // namespace
 
 Manager& Manager::getInstance() {
-    static Manager instance;
+    // Never destroyed, for the sake of globals that call it in their destructors: they find no
+    // engine any more.
+    static Manager& instance = *new Manager;
+    static const struct AtExit {
+        ~AtExit() { instance.engine.reset(); }
+    } atExit;
     return instance;
 }
 
@@ -48,8 +54,12 @@ void Manager::init(int instance, bool useAndroidLog) {
     }
     LogWrapper::getInstance().setLogWriter(std::move(writer));
     ZEM_LOG(LOG_API, "Manager::init(%d)", instance);
-    auto next = std::make_unique<ClientRequestManager>(instance);
-    engine.swap(next);  // the one before stops here, after the new one is in place
+    try {
+        auto next = std::make_unique<ClientRequestManager>(instance);
+        engine.swap(next);  // the one before stops here, after the new one is in place
+    } catch (const std::exception& error) {
+        ZEM_LOG(LOG_ERROR, "Manager::init(%d) failed: %s", instance, error.what());
+    }
 }
 
 bool Manager::initialized() const {
