@@ -18,12 +18,23 @@ namespace {
 struct Approved {
     Mutex mutex;
     std::set<int> fds ZEM_GUARDED_BY(mutex);
+    std::set<int> refusedByEpoll ZEM_GUARDED_BY(mutex);
 };
 
 // Never destroyed: engines stop, and callers remove descriptors, while the process exits.
 Approved& approved() {
     static Approved& instance = *new Approved;
     return instance;
+}
+
+void noteRefusal(int fd, bool refused) {
+    Approved& list = approved();
+    const MutexLock lock(list.mutex);
+    if (refused) {
+        list.refusedByEpoll.insert(fd);
+    } else {
+        list.refusedByEpoll.erase(fd);
+    }
 }
 
 std::string flagNames(uint32_t events) {
@@ -42,6 +53,12 @@ std::string flagNames(uint32_t events) {
 }
 
 }  // namespace
+
+bool isRefusedByEpoll(int fd) {
+    Approved& list = approved();
+    const MutexLock lock(list.mutex);
+    return list.refusedByEpoll.count(fd) != 0;
+}
 
 EventManager::EventManager() : epollFd(epoll_create1(EPOLL_CLOEXEC)), wakeFd(-1), events{} {
     if (epollFd == -1) {
@@ -78,6 +95,7 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
             watched = epoll_ctl(epollFd, EPOLL_CTL_ADD, fd, &event) == 0;
             handlers[fd] = {callback, closeCallback, data};
             addApprovedFd(fd);
+            noteRefusal(fd, !watched);
         }
     }
     if (known) ZEM_LOG(LOG_INFO, "fd=%d is already in handlers", fd);
@@ -105,6 +123,7 @@ int EventManager::removeEventHandler(int fd) {
         const MutexLock lock(mutex);
         if (known) erased = handlers.erase(fd);
         lost = remApprovedFd(fd);
+        noteRefusal(fd, false);
     }
     if (known && erased != 1) {
         ZEM_LOG(LOG_ERROR, "handlers.erase for fd %d, returned %d!", fd, static_cast<int>(erased));

@@ -28,10 +28,16 @@ EventFd Handoff::close() {
     std::shared_ptr<ClientRequest> unheard;
     MutexLock lock(mutex);
     EventFd last = std::move(requestFd);  // a later caller's write fails
-    // An event that is already in the loop's hands would find the descriptor gone, or a stranger's.
-    // It never comes when an outsider took the approval away: the loop then closes the descriptor.
-    while (signalled && EventManager::isApprovedFd(last.get())) lock.wait(drained, kApprovalCheck);
-    if (signalled) last.release();
+    if (!isRefusedByEpoll(last.get())) {
+        // The loop may have been given an event of the descriptor and not have handled it yet. Were
+        // the descriptor closed now, the loop would read, or close, whatever gets its number next.
+        // The event is never handled when an outsider took the approval away: the loop then closes
+        // the descriptor.
+        while (signalled && EventManager::isApprovedFd(last.get())) {
+            lock.wait(drained, kApprovalCheck);
+        }
+        if (signalled) last.release();
+    }
     closed = true;
     unheard.swap(requestSlot);
     answered.notify_all();
@@ -40,22 +46,37 @@ EventFd Handoff::close() {
 
 std::shared_ptr<ClientResponse> Handoff::call(const std::shared_ptr<ClientRequest>& request) {
     if (engineThread.load() == std::this_thread::get_id()) {
-        ZEM_LOG(LOG_ERROR, "request refused on the engine thread: %s", request->text().c_str());
+        // The manager logs an error of its own when it gets no answer; a key looks at none.
+        const LogLevel level = request->getRequestType() == CALLBACK ? LOG_ERROR : LOG_API;
+        LogWrapper::getInstance().log(level, kLogTag, "request refused on the engine thread: %s",
+                                      request->text().c_str());
         return nullptr;
     }
-    // Outlives the lock: left behind by a call that took another's answer, it may own the last
-    // reference to a key, whose end is a call.
+    // Outlives the lock: left in the slot by a call that took another's answer, it may own the last
+    // reference to a key, whose destructor is a call and would wait for this mutex forever.
     std::shared_ptr<ClientRequest> displaced;
-    MutexLock lock(mutex);
-    const ssize_t written = requestFd.signal();
-    if (written != sizeof(uint64_t)) {
-        ZEM_LOG(LOG_ERROR, "error in writing rv: %d error: %s", static_cast<int>(written),
-                strerror(errno));
-        return nullptr;
+    {
+        MutexLock lock(mutex);
+        const ssize_t written = requestFd.signal();
+        if (written != sizeof(uint64_t)) {
+            ZEM_LOG(LOG_ERROR, "error in writing rv: %d error: %s", static_cast<int>(written),
+                    strerror(errno));
+            return nullptr;
+        }
+        signalled = true;
+        // A copy: the last reference must not be the engine's to drop.
+        displaced = std::exchange(requestSlot, request);
+        if (!displaced) return awaitAnswer(lock);
     }
-    signalled = true;
-    // A copy: the last reference must not be the engine's to drop.
-    displaced = std::exchange(requestSlot, request);
+    // Without the lock: to print a registration, its dump locks the key, and may be the last to
+    // hold it. dump() and not text(), which the engine may be filling in at this moment.
+    ZEM_LOG(LOG_ERROR, "calls overlap: %s replaces %s", request->dump().c_str(),
+            displaced->dump().c_str());
+    MutexLock lock(mutex);
+    return awaitAnswer(lock);
+}
+
+std::shared_ptr<ClientResponse> Handoff::awaitAnswer(MutexLock& lock) {
     while (!responseSlot && !closed) lock.wait(answered);
     return std::move(responseSlot);
 }

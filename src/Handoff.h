@@ -34,7 +34,8 @@ class Handoff {
 
     // Caller's thread: hands the request over and blocks until there is an answer. Null when the
     // engine could not be told, has gone, or is the caller itself. Calls must not overlap: a later
-    // request takes the place of an earlier one, and the first to wake takes the answer.
+    // request takes the place of an earlier one, which is logged as an error, and the first to wake
+    // takes the answer.
     std::shared_ptr<ClientResponse> call(const std::shared_ptr<ClientRequest>& request);
 
     // Engine thread: empties fd, and answers the waiting request, if any, with what dispatch
@@ -43,6 +44,8 @@ class Handoff {
     void answer(int fd, const Dispatch& dispatch);
 
   private:
+    std::shared_ptr<ClientResponse> awaitAnswer(MutexLock& lock) ZEM_REQUIRES(mutex);
+
     Mutex mutex;
     std::condition_variable answered;
     std::shared_ptr<ClientRequest> requestSlot ZEM_GUARDED_BY(mutex);

@@ -60,6 +60,10 @@ TEST_F(ManagerTest, OperationThatGetsNoAnswerSaysSoAndFails) {
             << operation;
     }
     EXPECT_EQ(recorder->countContaining("ZEM refresh"), 0u);
+    const auto lines = recorder->lines();
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const Line& line) { return line.level == LOG_ERROR; }),
+              7);
 }
 
 TEST_F(ManagerTest, OperationsLogTheirQuestionAndAnswer) {

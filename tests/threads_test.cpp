@@ -4,8 +4,10 @@
 #include <android/log.h>
 #include <poll.h>
 #include <unistd.h>
+#include <zem/Util.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <list>
@@ -178,6 +180,7 @@ std::shared_ptr<ClientRequest> requestThatOwnsAKey(const std::shared_ptr<Handoff
 // Each takes what answer it finds. One that found another's leaves its request behind, which the
 // next displaces, and a key with it; the one who waits is freed by the next answer or the end.
 TEST(OverlappingCallersTest, AreAllFreedAndSoAreTheirKeys) {
+    RecordedLog log;
     displacedKeys = 0;
     for (int round = 0; round < 50 || (displacedKeys == 0 && round < 5000); ++round) {
         const auto handoff = std::make_shared<Handoff>();
@@ -206,6 +209,8 @@ TEST(OverlappingCallersTest, AreAllFreedAndSoAreTheirKeys) {
         ASSERT_EQ(liveKeys, 0);
     }
     EXPECT_GT(displacedKeys, 0);
+    const std::string request = "Delete 3GPP:1 token=1";
+    EXPECT_GT(log.count(LOG_ERROR, "calls overlap: " + request + " replaces " + request), 0u);
 }
 
 TEST(OverlappingCallersTest, RequestThatIsNeverHeardGoesWithTheEngineAndItsKeyToo) {
@@ -261,6 +266,30 @@ TEST(ExitDeathTest, ProcessEndsInTheMidstOfItAllWithoutComplaint) {
         };
         EXPECT_EXIT(live(), testing::ExitedWithCode(0), "");
     }
+}
+
+bool callsAtExit = false;
+
+// Destroyed after the manager, which is made in main.
+const struct CallerInAGlobal {
+    ~CallerInAGlobal() {
+        if (!callsAtExit) return;
+        Manager& manager = Manager::getInstance();
+        const bool refused = !manager.addProfile(transient("a")) && manager.filter({}).empty() &&
+                             !Util().findOrCreateProfileForEmergencyDataCall(named("sos"));
+        if (refused) fprintf(stderr, "last: %s\n", manager.dump().back().c_str());
+    }
+} callerInAGlobal;
+
+TEST(ExitDeathTest, CallsAfterTheManagersEndFindNoEngine) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto live = [] {
+        Manager::getInstance().init(0, false);
+        callsAtExit = true;
+        exit(0);
+    };
+    EXPECT_EXIT(live(), testing::ExitedWithCode(0),
+                "last: .*zem findOrCreateProfileForEmergencyDataCall < ");
 }
 
 TEST(ExitDeathTest, LogHearsOfTheEnginesEnd) {
