@@ -2,7 +2,7 @@
 """android_bp_test.py SOURCE-DIR CMAKE
 
 Android.bp is formatted, and its modules are built from the files, with the definitions, that CMake
-builds the targets of their names from. CMake is asked through its file API about two configurations
+builds the targets of their names from; the library's units are optimised as by CMake. CMake is asked through its file API about two configurations
 that are never built: a device's, and a host's with the fuzzers.
 """
 import glob
@@ -26,6 +26,10 @@ OF_THE_TREE = {"liblog", "libpugixml", "libCLI11", "libnlohmann_json", "libgmock
                "libgoogle-benchmark-main"}
 
 complaints = []
+
+
+def last_level(flags):
+    return ([""] + [flag for flag in flags if flag.startswith("-O")])[-1]
 
 
 class Blueprint:
@@ -105,6 +109,14 @@ class Blueprint:
             result |= self.sources(library) if library in self.modules else set()
         return result
 
+    def levels(self, name):
+        """The level of optimisation of each unit; empty: the platform's."""
+        module = self.modules[name]
+        result = dict.fromkeys(module.get("srcs", []), last_level(module.get("cflags", [])))
+        for library in module.get("whole_static_libs", []):
+            result |= self.levels(library)
+        return result
+
     def definitions(self, name):
         module = self.modules[name]
         result = {flag[2:].replace('\\"', '"') for flag in module.get("cflags", []) if flag.startswith("-D")}
@@ -149,6 +161,15 @@ class CMakeTargets:
         return {each["define"] for target in self.parts(name) for group in target.get("compileGroups", [])
                 for each in group.get("defines", []) if each["define"].startswith("ZEM")}
 
+    def flags(self, name):
+        """Those that each unit is compiled with."""
+        result = {}
+        for target in self.parts(name):
+            for group in target.get("compileGroups", []):
+                flags = " ".join(each["fragment"] for each in group.get("compileCommandFragments", [])).split()
+                result |= {target["sources"][index]["path"]: flags for index in group["sourceIndexes"]}
+        return result
+
     def programs(self):
         return {target["name"] for target in self.targets.values()
                 if target["type"] == "EXECUTABLE" and self.own_sources(target)}
@@ -185,6 +206,7 @@ def without_path(definitions):
 def check_modules(blueprint, cmake):
     """Returns the files and the programs of CMake that have a module."""
     files, programs = set(), set()
+    parts = {part for module in blueprint.modules.values() for part in module.get("whole_static_libs", [])}
     for name, module in blueprint.modules.items():
         kind = module["type"]
         if kind not in DEVICE_TYPES | HOST_TYPES | OTHER_TYPES:
@@ -203,7 +225,7 @@ def check_modules(blueprint, cmake):
         target = next((each for each in (stem, stem.removeprefix("zem_")) if each in built.ids), None)
         if not target:
             # Benchmarks are only built where their library is installed.
-            if kind != "cc_benchmark":
+            if kind != "cc_benchmark" and name not in parts:
                 complaints.append(f"{name}: CMake has no such target")
             continue
         compare(name, blueprint.sources(name), built.sources(target))
@@ -211,6 +233,15 @@ def check_modules(blueprint, cmake):
         files |= built.sources(target)
         programs.add(target)
     return files, programs
+
+
+def check_optimisation(blueprint, cmake):
+    flags = cmake["device"].flags("zem")
+    compare("libzem", {f"{level} for {unit}" for unit, level in blueprint.levels("libzem").items()},
+            {f"{last_level(used)} for {unit}" for unit, used in flags.items()})
+    at_link = blueprint.modules["libzem"].get("lto", {}).get("thin", False)
+    complaints.extend(f"libzem: optimised at the link only by {'Android.bp' if at_link else 'CMake'}: {unit}"
+                      for unit, used in flags.items() if at_link != any(flag.startswith("-flto") for flag in used))
 
 
 def main():
@@ -227,6 +258,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         targets = ask_cmake(source, cmake, folder)
     files, programs = check_modules(blueprint, targets)
+    check_optimisation(blueprint, targets)
     for built in targets.values():
         for name in built.programs():
             if name not in programs and name not in HOST_ALONE:
