@@ -228,19 +228,6 @@ void PhoneModel::readAll() {
     }
 }
 
-// Those that this very step entered come last.
-std::vector<uint64_t> PhoneModel::tokensInOrder() const {
-    std::vector<uint64_t> tokens;
-    for (const uint64_t token : order) {
-        if (cache.count(token)) tokens.push_back(token);
-    }
-    for (const auto& entry : cache) {
-        if (std::find(order.begin(), order.end(), entry.first) == order.end())
-            tokens.push_back(entry.first);
-    }
-    return tokens;
-}
-
 void PhoneModel::end(MaybeEntry& entry) {
     if (!entry) return;
     for (const auto& [listener, serial] : entry->listeners) {
@@ -267,13 +254,18 @@ void PhoneModel::onIndication(const Change& change) {
         const uint64_t token = nextToken++;
         cache.emplace(token, read(ind.tech, ind.id));
     } else if (ind.event == kDelete || ind.event == kModify) {
-        for (const uint64_t token : tokensInOrder()) {
-            auto& held = cache.at(token);
-            if (!held || held->tech != ind.tech || held->id != ind.id) continue;
-            auto fresh = ind.event == kModify ? read(ind.tech, ind.id) : std::nullopt;
-            end(held);
-            held = std::move(fresh);
-            if (ind.event == kDelete) cache.erase(token);
+        for (auto entry = cache.begin(); entry != cache.end();) {
+            auto& held = entry->second;
+            if (!held || held->tech != ind.tech || held->id != ind.id) {
+                ++entry;
+            } else if (ind.event == kDelete) {
+                entry = drop(entry);
+            } else {
+                auto fresh = read(ind.tech, ind.id);
+                end(held);
+                held = std::move(fresh);
+                ++entry;
+            }
         }
     } else {
         readAll();
@@ -381,8 +373,7 @@ bool PhoneModel::deleteProfile(const MaybeKey& key) {
 std::vector<Key> PhoneModel::filter(const Filter& asked) {
     std::vector<Key> keys;
     if (refreshing) return keys;
-    for (const uint64_t token : tokensInOrder()) {
-        auto& entry = cache.at(token);
+    for (auto& [token, entry] : cache) {
         if (!entry) {
             note("ProfileCache: null profile");
         } else if (matches(asked, *entry)) {

@@ -42,9 +42,8 @@ class PhoneModel {
     // Before the first init(); the next cache entry takes that token.
     explicit PhoneModel(uint64_t nextToken) : nextToken(nextToken) {}
 
-    // Both begin a step. The cache's order is not the model's to know. A fault hits one request,
-    // after skip others; indications of a step with a fault come when its calls are done.
-    void setOrder(std::vector<uint64_t> tokens) { order = std::move(tokens); }
+    // Begins a step. The fault affects one request, after skip others; the indications of a step
+    // with a fault arrive when its calls are done.
     void setFault(FaultKind kind, unsigned skip) { fault = Fault{kind, skip}; }
     bool hasFault() const { return fault.has_value(); }
 
@@ -81,12 +80,12 @@ class PhoneModel {
 
     // What must be seen then.
     std::vector<std::string> modemLines(unsigned which) const;
-    std::vector<std::string> cacheLines() const;    // in no order
-    std::vector<std::string> pendingLines() const;  // in no order
+    std::vector<std::string> cacheLines() const;
+    std::vector<std::string> pendingLines() const;
     bool hasClient() const { return client.open; }
     bool isRefreshing() const { return refreshing; }
     unsigned instance() const { return subscription; }
-    std::vector<std::string> fired;  // listeners, in no order
+    std::vector<std::string> fired;  // listeners
     std::vector<std::string> errors;
 
   private:
@@ -142,7 +141,6 @@ class PhoneModel {
     Key makeKey(uint64_t token, Entry& entry);
     MaybeKey takeFirst(std::vector<Key> keys);
     bool deleteOnModem(Tech tech, int id);
-    std::vector<uint64_t> tokensInOrder() const;
     void end(MaybeEntry& entry);
     std::map<uint64_t, MaybeEntry>::iterator drop(std::map<uint64_t, MaybeEntry>::iterator entry);
     bool matches(const Filter& asked, const Entry& entry) const;
@@ -171,9 +169,8 @@ class PhoneModel {
     bool updateAllowed = false;
     uint64_t nextToken;
     unsigned nextSerial = 0;
-    std::set<unsigned> alive;  // serials
-    std::vector<uint64_t> order;
-    std::map<uint64_t, MaybeEntry> cache;
+    std::set<unsigned> alive;              // serials
+    std::map<uint64_t, MaybeEntry> cache;  // by token, the order of the library's
     std::vector<Ind> pending;
 };
 
