@@ -19,8 +19,9 @@ namespace zem {
 // on the loop's thread. It must not block, and must empty the descriptor.
 using EventCallback = void (*)(int fd, void* data);
 
-// Called with the same when the descriptor leaves the loop, by whatever way, on the thread that
-// takes it out: the caller of removeEventHandler, or the loop's. The descriptor is still open.
+// Called with the same arguments when the descriptor is removed from the loop, on the thread that
+// removes it: the caller of removeEventHandler, or the loop's own after a hang-up or input that is
+// not approved. The descriptor is still open. Not called when the loop is destroyed.
 using CloseCallback = void (*)(int fd, void* data);
 
 // What is known of a registered descriptor.
@@ -35,7 +36,7 @@ class ZEM_EXPORT EventManager {
     // Aborts the process when no epoll instance or eventfd can be had.
     EventManager();
 
-    // Leaves all descriptors but its own to their owners.
+    // Leaves all descriptors but its own to their owners, and calls no close callback.
     ~EventManager();
 
     EventManager(const EventManager&) = delete;

@@ -4,11 +4,12 @@
 // answered: usually well under a millisecond plus the modem's own time, up to 1000 ms for each
 // modem request that times out. The hand-off carries one call at a time and queues nothing, so
 // callers must not overlap calls; dropping a profile key counts as a call. If two calls do overlap,
-// the later request replaces the earlier one and either caller may get the answer.
+// an error line names both requests, the later one replaces the earlier one, either caller may get
+// the answer, and the other may wait until the next call or the end of the engine.
 //
-// No operation but init throws. Before init, and on the engine's thread, each gives its failure
-// value and logs one line; when the engine or the modem refuses, each gives its failure value and
-// the log has the answer. A foreign key is one that the library did not make.
+// No operation throws. Before init, on the engine's thread, and after the end of the process's
+// manager at exit, each returns its failure value and logs one error line; when the engine or the
+// modem refuses, each returns its failure value and the log has the answer. A foreign key is one that the library did not make.
 #pragma once
 
 #include <list>
@@ -28,7 +29,8 @@ class ClientRequestManager;
 
 class ZEM_EXPORT Manager {
   public:
-    // The manager of the process, made on first use and destroyed at exit.
+    // The manager of the process, created on first use. Its engine ends at exit, when static objects
+    // created before that first use are still there; calls after that find no engine.
     static Manager& getInstance();
 
     // No engine yet: init starts it. Util uses none but getInstance()'s.
@@ -47,8 +49,9 @@ class ZEM_EXPORT Manager {
     // diagnostic channel. Does not wait for the modem: the profiles arrive with its first report or
     // with refresh(COMPLETE). An instance that the modem refuses shows in the log alone; there are
     // no profiles then. A second call replaces the engine; all keys of the first then reach
-    // nothing. Never from a listener. Aborts the process when the system has no descriptor left,
-    // and throws std::system_error when it has no thread.
+    // nothing. Never from a listener. When the system cannot create a thread, one error line is
+    // logged and the engine of an earlier call, if any, goes on. Aborts the process when the system
+    // has no descriptor left.
     void init(int instance, bool useAndroidLog);
 
     // Creates a profile on the modem; what an absent setting becomes is the modem's choice. Null
@@ -66,7 +69,8 @@ class ZEM_EXPORT Manager {
     // null, foreign or expired key, during a refresh, and when the modem refuses.
     bool deleteProfile(std::shared_ptr<IProfileKey> key);
 
-    // A new key to each profile that matches, in no particular order. Empty when none does and
+    // A new key to each profile that matches, in the order in which the library learned of the
+    // profiles: for profiles read together the modem's, 3GPP before 3GPP2. Empty when none does and
     // during a refresh. Each key of the list counts, and its end is a call.
     std::list<std::shared_ptr<IProfileKey>> filter(const FilterProfileParams& params);
 
