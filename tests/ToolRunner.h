@@ -42,10 +42,11 @@ inline Outcome runAfresh(const std::string& line, const std::string& input = {})
     return runTool(line, input);
 }
 
+// Signals that this process ignores, as under nohup, are the shell's to receive all the same.
 inline Outcome runShell(const std::string& command) {
     setenv("SCRIPT", command.c_str(), 1);
     const zem::CapturedStream out(STDOUT_FILENO), err(STDERR_FILENO);
-    const int status = std::system("bash -c \"$SCRIPT\"");
+    const int status = std::system("env --default-signal bash -c \"$SCRIPT\"");
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out.text(), err.text()};
 }
 

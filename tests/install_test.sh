@@ -26,7 +26,13 @@ diff <(files "$work/first") <(files "$work/parts") || { echo "these belong to no
 
 prefix=$work/moved
 mv "$work/first" "$prefix"
-! grep -rlF -e "$source" -e "$build" -e "$work" "$prefix" || { echo "these name a folder of the build"; exit 1; }
+# A folder of the build, as a path of its own or before one of its entries: a checkout at /zem is no part of lib/cmake/zem.
+leaks=
+for folder in "$source" "$build" "$work"; do
+    entries=$(cd "$folder" && printf '\\Q%s\\E|' *)
+    leaks+="|(?<![\w./})-])\\Q$folder\\E(?![\w./-])|\\Q$folder\\E/(${entries%|})(?![\w.-])"
+done
+! LC_ALL=C grep -rlaP "${leaks#|}" "$prefix" || { echo "these name a folder of the build"; exit 1; }
 
 cp -r "$source/tests/consumer" "$work/consumer"
 cp "$example" "$work/consumer/example.cpp"
