@@ -272,6 +272,8 @@ void operations() {
     STEP(manager().match(filtering(apn("other")), key));
     STEP(second = manager().filter({}).front());
     STEP(second->registerExpirationListener(listener("second")));
+    STEP(modem().addFault({FaultKind::kLoseIndication, 0x0027}),
+         manager().addProfile(adding(true, k3gpp2, apn("unreported"))));
     STEP(manager().dump());
     STEP(second.reset());
     STEP(manager().deleteProfile(key));
