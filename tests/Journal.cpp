@@ -410,10 +410,10 @@ int zap_client_send_msg_sync(zap_client_handle client, unsigned id, void* reques
     return result;
 }
 
-int zap_client_message_decode(zap_client_handle client, zap_message_kind kind, unsigned id,
+int zap_client_message_decode(zap_client_handle client, zap_message_kind of, unsigned id,
                               const void* bytes, unsigned size, void* out, unsigned outSize) {
     return recorded("zap_client_message_decode", nameOf(client) + ", 0x" + hex(id, 4), [&] {
-        return NEXT(zap_client_message_decode)(client, kind, id, bytes, size, out, outSize);
+        return NEXT(zap_client_message_decode)(client, of, id, bytes, size, out, outSize);
     });
 }
 
