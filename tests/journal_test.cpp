@@ -533,9 +533,11 @@ void attach() {
         STEP(ask(asking(apn("net"), home(V4), user("me"), password("pw"), auth(AuthType::PAP),
                         apnTypes(0x100), maxPdns(3), maxTimer(4), interval(5), clat(true))));
         STEP(modem().addFault({FaultKind::kRefuse, 0x0028}), ask(asking(user("you"))));
+        STEP(fail("write", 1, 1), ask(net4));
         boot({named("zem_profile", gsm(1, "net", type(V4)))});
         STEP(ask(net4));
         boot({gsm(1, "net", type(V4V6))});
+        STEP(fail("write", 1, 2), ask(net4));
         STEP(ask(net4));
         STEP(ask(asking(home(V4), roam(V6))));
         boot({named("zem_profile_ia", gsm(1, "net", type(V6)))});
