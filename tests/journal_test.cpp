@@ -417,8 +417,15 @@ void loop() {
     STEP(EventManager::remApprovedFd(unapproved));
     STEP(journal::pretend({comes(EPOLLIN | EPOLLHUP, hungUp), comes(EPOLLIN, unapproved)}),
          loop.processEvents());
+    STEP(fcntl(hungUp, F_GETFD));
+    STEP(fcntl(unapproved, F_GETFD));
     STEP(loop.addEventHandler(other.get(), callback, &loop, removing, EPOLLIN));
     STEP(loop.removeEventHandler(other.get()));
+    STEP(loop.addEventHandler(other.get(), callback, nullptr, closing, EPOLLIN));
+    STEP(EventManager::remApprovedFd(other.get()));
+    STEP(loop.removeEventHandler(other.get()));
+    STEP(EventManager::addApprovedFd(other.get()), loop.removeEventHandler(other.get()));
+    STEP(fcntl(other.get(), F_GETFD));
     STEP(loop.removeEventHandler(-1));
     STEP(loop.removeEventHandler(-1));
     STEP(loop.wake(), loop.processEvents());
