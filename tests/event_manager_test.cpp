@@ -4,11 +4,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <zem/EventManager.h>
 
@@ -30,32 +27,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-// A connection to ourselves whose receiving end has urgent data, and nothing else, to read.
-struct UrgentData {
-    UrgentData() {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* const any = reinterpret_cast<sockaddr*>(&address);
-        socklen_t size = sizeof address;
-        EXPECT_EQ(bind(listener, any, size), 0);
-        EXPECT_EQ(listen(listener, 1), 0);
-        EXPECT_EQ(getsockname(listener, any, &size), 0);
-        EXPECT_EQ(connect(sender, any, size), 0);
-        receiver = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        EXPECT_EQ(send(sender, "!", 1, MSG_OOB), 1);
-        pollfd arrival = {receiver, POLLPRI, 0};
-        EXPECT_EQ(poll(&arrival, 1, 10000), 1);
-    }
-    ~UrgentData() {
-        for (const int fd : {listener, sender, receiver}) close(fd);
-    }
-
-    int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int sender = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int receiver = -1;
-};
 
 bool isOpen(int fd) {
     return fcntl(fd, F_GETFD) != -1;
@@ -106,22 +77,6 @@ class EventManagerTest : public ::testing::Test {
     Calls calls, closeCalls;
 };
 
-TEST_F(EventManagerTest, SecondRegistrationIsRefusedWhetherOrNotTheFirstCouldBeWatched) {
-    const int directory = open("/", O_RDONLY | O_CLOEXEC);  // which epoll does not take
-    for (const int fd : {pipe.reader, directory}) {
-        EXPECT_TRUE(manager.addEventHandler(fd, Calls::record, &calls, nullptr, EPOLLIN));
-        EXPECT_FALSE(manager.addEventHandler(fd, nullptr, nullptr, nullptr, EPOLLOUT));
-        EXPECT_TRUE(log.contains(LOG_INFO, text("fd=", fd, " is already in handlers")));
-    }
-    EXPECT_EQ(log.count(LOG_ERROR, "Cannot add event handler"), 1u);
-
-    pipe.fill();
-    step();
-    EXPECT_THAT(calls.fds, ElementsAre(pipe.reader));
-    EXPECT_EQ(manager.removeEventHandler(directory), 1);
-    close(directory);
-}
-
 TEST_F(EventManagerTest, HangUpOrInputOfUnapprovedDescriptorRemovesAndClosesIt) {
     closeCalls.action = [&](int) { EXPECT_EQ(manager.removeEventHandler(-1), 0); };
     for (Pipe* const each : {&pipe, &other}) {
@@ -142,41 +97,6 @@ TEST_F(EventManagerTest, HangUpOrInputOfUnapprovedDescriptorRemovesAndClosesIt) 
         EXPECT_TRUE(log.contains(LOG_INFO, line));
     }
     EXPECT_EQ(log.count("Cannot remove event handler"), 2u);  // only that of -1, from the callback
-}
-
-TEST_F(EventManagerTest, CloseCallbackMayRemoveItsOwnDescriptor) {
-    closeCalls.action = [&](int fd) {
-        closeCalls.action = nullptr;
-        EXPECT_EQ(manager.removeEventHandler(fd), 1);
-    };
-    manager.addEventHandler(pipe.reader, Calls::record, &closeCalls, Calls::record, EPOLLIN);
-    EXPECT_EQ(manager.removeEventHandler(pipe.reader), 0);
-    EXPECT_TRUE(
-        log.contains(LOG_ERROR, text("handlers.erase for fd ", pipe.reader, ", returned 0!")));
-}
-
-TEST_F(EventManagerTest, OtherEventsAreNamedInOrderAndLeaveTheDescriptorRegistered) {
-    const UrgentData urgent;
-    Pipe::closeEnd(other.reader);
-    const struct {
-        int fd, events;
-        const char* line;
-    } cases[] = {
-        {other.writer, 0, "Unhandled epoll event: EPOLLERR  [flags 010]"},
-        {other.writer, EPOLLOUT, "Unhandled epoll event: EPOLLOUT EPOLLERR  [flags 014]"},
-        {pipe.writer, EPOLLOUT, "Unhandled epoll event: EPOLLOUT  [flags 04]"},
-        {urgent.receiver, EPOLLOUT | EPOLLPRI,
-         "Unhandled epoll event: EPOLLOUT EPOLLPRI  [flags 06]"},
-    };
-    for (const auto& c : cases) {
-        manager.addEventHandler(c.fd, Calls::record, &calls, nullptr, c.events);
-
-        step();
-
-        EXPECT_EQ(log.count(LOG_INFO, c.line), 1u) << c.line;
-        EXPECT_EQ(manager.removeEventHandler(c.fd), 1);
-    }
-    EXPECT_THAT(calls.fds, IsEmpty());
 }
 
 TEST_F(EventManagerTest, HandlersMayComeAndGoDuringATurn) {
@@ -203,26 +123,6 @@ TEST_F(EventManagerTest, HandlersMayComeAndGoDuringATurn) {
 
     EXPECT_THAT(calls.fds, ElementsAre(pipe.reader));
     EventManager::remApprovedFd(other.reader);
-}
-
-TEST_F(EventManagerTest, RemovalReturnsWhatTheApprovedListLost) {
-    const std::pair<bool, bool> cases[] = {{true, true}, {true, false}, {false, true}, {}};
-    const int fd = pipe.reader;
-    for (const auto& [registered, approved] : cases) {
-        SCOPED_TRACE(::testing::Message() << registered << approved);
-        if (registered) manager.addEventHandler(fd, nullptr, &closeCalls, Calls::record, EPOLLIN);
-        if (approved) EventManager::addApprovedFd(fd);
-        if (!approved) EventManager::remApprovedFd(fd);
-        log.clear();
-
-        EXPECT_EQ(manager.removeEventHandler(fd), approved ? 1 : 0);
-
-        EXPECT_EQ(std::exchange(closeCalls.fds, {}).size(), registered ? 1u : 0u);
-        EXPECT_EQ(log.count(LOG_ERROR, "Cannot remove event handler"), registered ? 0u : 1u);
-        EXPECT_EQ(log.lines().size(), registered ? 1u : 2u);
-        EXPECT_FALSE(EventManager::isApprovedFd(fd));
-        EXPECT_TRUE(isOpen(fd));
-    }
 }
 
 TEST_F(EventManagerTest, MoreThanFourReadyAreLeftForTheNextTurn) {
@@ -262,21 +162,6 @@ TEST_F(EventManagerTest, DrainingStopsWhereNothingMoreCanCome) {
 
     EventManager::clearRead(-1, nullptr);
     EXPECT_TRUE(log.contains(LOG_INFO, "Error while clearing the read buffer on fd -1"));
-}
-
-TEST_F(EventManagerTest, WakingPrintsOnTheConsoleAndIsDrainedInOneTurn) {
-    manager.addEventHandler(pipe.reader, Calls::record, &calls, nullptr, EPOLLIN);
-    {
-        const CapturedStream console(STDOUT_FILENO);
-        manager.wake();
-        EXPECT_EQ(console.text(), "wake()\n");
-    }
-    step();
-    pipe.fill();
-    step();
-
-    EXPECT_THAT(calls.fds, ElementsAre(pipe.reader));
-    EXPECT_FALSE(log.contains("there are 2 file descriptor(s) with events pending"));
 }
 
 // A loop that runs on a thread of its own until the test ends.
