@@ -5,48 +5,18 @@
 #include <gmock/gmock.h>
 #include <softmodem/SoftModem.h>
 
-#include <chrono>
-#include <filesystem>
-#include <ostream>
-#include <thread>
+#include "Census.h"
 
 namespace {
 
-struct Count {
-    size_t descriptors, threads;
-    unsigned handles;
+using zem::Census;
 
-    friend bool operator==(const Count& a, const Count& b) {
-        return a.descriptors == b.descriptors && a.threads == b.threads && a.handles == b.handles;
-    }
-    friend std::ostream& operator<<(std::ostream& out, const Count& count) {
-        return out << count.descriptors << " descriptors, " << count.threads << " threads, "
-                   << count.handles << " handles of the modem";
-    }
-};
-
-size_t entriesOf(const char* folder) {
-    const std::filesystem::directory_iterator entries(folder);
-    return static_cast<size_t>(std::distance(begin(entries), end(entries)));
-}
-
-Count count() {
-    const auto modem = softmodem::SoftModem::instance().counters();
-    return {entriesOf("/proc/self/fd"), entriesOf("/proc/self/task"),
-            modem.openClients + modem.openNotifiers};
-}
-
-class Census : public testing::EmptyTestEventListener {
-    void OnTestStart(const testing::TestInfo&) override { before = count(); }
+class Warden : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo&) override { before = Census::take(); }
 
     void OnTestEnd(const testing::TestInfo&) override {
-        // A thread that has been joined may still stand in the list for a moment.
-        Count after = count();
-        for (int tries = 0; !(after == before) && tries < 200; ++tries) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-            after = count();
-        }
-        const Count withEngine = {before.descriptors + 6, before.threads + 1, before.handles + 1};
+        const Census after = Census::settled(before);
+        const Census withEngine = {before.descriptors + 6, before.threads + 1, before.handles + 1};
         if (!managerHasEngine && after == withEngine) {
             managerHasEngine = true;
         } else {
@@ -54,7 +24,7 @@ class Census : public testing::EmptyTestEventListener {
         }
     }
 
-    Count before = {};
+    Census before = {};
     bool managerHasEngine = false;
 };
 
@@ -63,6 +33,6 @@ class Census : public testing::EmptyTestEventListener {
 int main(int argc, char** argv) {
     testing::InitGoogleMock(&argc, argv);
     softmodem::SoftModem::instance();  // whose thread stays
-    testing::UnitTest::GetInstance()->listeners().Append(new Census);
+    testing::UnitTest::GetInstance()->listeners().Append(new Warden);
     return RUN_ALL_TESTS();
 }

@@ -4,13 +4,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <zem/EventManager.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <future>
@@ -210,51 +207,6 @@ TEST_F(RunningEventManagerTest, DescriptorAddedWhileReadableLosesNoEvent) {
         manager.removeEventHandler(ready.get());
         ASSERT_TRUE(isOpen(ready.get()));
     }
-}
-
-TEST_F(RunningEventManagerTest, InterruptedWaitIsLoggedAndTheLoopGoesOn) {
-    std::signal(SIGUSR1, [](int) {});
-    // Again and again: the signal may come while the thread is not waiting.
-    for (int i = 0; i < 10 && !log.contains(LOG_ERROR, "epoll_wait error"); ++i) {
-        pthread_kill(engine.native_handle(), SIGUSR1);
-        log.waitFor("epoll_wait error", 1, std::chrono::seconds(1));
-    }
-
-    EXPECT_TRUE(log.contains(LOG_ERROR, "epoll_wait error"));
-    EXPECT_TRUE(turnsWhenWoken());
-}
-
-TEST_F(EventManagerTest, WakeThatCannotBeWrittenIsLogged) {
-    // The descriptor is the one that the loop watches first.
-    const std::string added = "EventManager::addEventHandler(int ";
-    RecordedLog fresh;
-    EventManager loop;
-    const int fd = std::stoi(fresh.lines().at(0).text.substr(added.size()));
-    const uint64_t full = ~uint64_t{1};
-    ASSERT_EQ(write(fd, &full, sizeof full), 8);
-    const CapturedStream console(STDOUT_FILENO);
-    loop.wake();
-    EXPECT_TRUE(fresh.contains(LOG_INFO,
-                               "Error in writing rv: -1, error: Resource temporarily unavailable"));
-}
-
-TEST(EventManagerDeathTest, ProcessEndsWhenDescriptorsHaveRunOut) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer needs descriptors of its own to look at an object";
-#endif
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    const auto buildWithOnly = [](rlim_t descriptors) {
-        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
-        const int lowestFree = dup(STDIN_FILENO);
-        close(lowestFree);
-        const rlim_t limit = static_cast<rlim_t>(lowestFree) + descriptors;
-        const rlimit few = {limit, limit};
-        setrlimit(RLIMIT_NOFILE, &few);
-        const EventManager loop;
-    };
-    EXPECT_EXIT(buildWithOnly(0), testing::KilledBySignal(SIGABRT), "Cannot create epoll instance");
-    EXPECT_EXIT(buildWithOnly(1), testing::KilledBySignal(SIGABRT),
-                "Cannot create eventfd instance");
 }
 
 TEST(EventManagerDeathTest, LoopThatGoesAtExitStillHasItsWriter) {
