@@ -21,9 +21,12 @@ DEVICE_TYPES = {"cc_library_shared", "cc_binary"}
 HOST_TYPES = {"cc_library_static", "cc_binary_host", "cc_test", "cc_test_host", "cc_fuzz", "cc_benchmark"}
 OTHER_TYPES = {"cc_defaults", "filegroup"}
 # The first asks the host's C library what its heap holds, which Android's cannot tell; the second takes the place of
-# functions of the software modem, which is a static library there.
+# functions of the software modem, which is a static library there; the third takes the place of the C library's.
 HOST_ALONE = {"zem_footprint": {"bench/CountedNew.cpp", "bench/zem_footprint.cpp"},
-              "journal_test": {"tests/Journal.cpp", "tests/journal_test.cpp"}}
+              "journal_test": {"tests/Journal.cpp", "tests/journal_test.cpp"},
+              "schedules": {"tests/schedules/Atomics.cpp", "tests/schedules/Interposed.cpp",
+                            "tests/schedules/Scheduler.cpp", "tests/schedules/SteppedModem.cpp",
+                            "tests/schedules/schedules.cpp"}}
 OF_THE_TREE = {"liblog", "libpugixml", "libCLI11", "libnlohmann_json", "libgmock", "libgtest",
                "libgoogle-benchmark-main"}
 
