@@ -377,10 +377,27 @@ void handoff() {
     const EventFd fd = EventFd::create();
     STEP(ClientRequestManager::handleClientRequest(fd.get(), &*engine));
     STEP(ClientRequestManager::handleClientRequest(-1, nullptr));
-    for (const auto type : {ADD, MODIFY, DELETE, FILTER, MATCH, GET, CALLBACK}) {
-        STEP(engine->processClientRequest(std::make_shared<ClientRequest>(type)));
+    const auto ask = [&](const auto& request) { return engine->processClientRequest(request); };
+    const auto add = std::make_shared<AddRequest>(adding(false, k3gpp, apn("net")));
+    const auto listen = std::make_shared<CallbackRequest>();
+    const auto release = std::make_shared<CallbackRequest>();
+    STEP(key = std::dynamic_pointer_cast<AddResponse>(ask(add))->getAddProfileKey());
+    const auto token = std::dynamic_pointer_cast<ProfileKey>(key)->getToken();
+    listen->setExpirationInfo(nullptr, key, token);
+    release->setReleaseToken(token);
+    STEP(ask(listen));
+    STEP(ask(release));
+    for (const auto status : {START, COMPLETE}) {
+        STEP(ask(std::make_shared<RefreshRequest>(status)));
+        STEP(ask(listen));
+        STEP(ask(release));
+        STEP(ask(std::make_shared<CallbackRequest>()));
+        for (const auto type : {ADD, MODIFY, DELETE, FILTER, MATCH, GET, CALLBACK}) {
+            STEP(ask(std::make_shared<ClientRequest>(type)));
+        }
     }
-    STEP(engine->processClientRequest(std::make_shared<CallbackRequest>()));
+    STEP(engine.reset());
+    STEP(key.reset());
 }
 
 void loop() {
