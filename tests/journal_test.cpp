@@ -242,6 +242,7 @@ void indications() {
     STEP(modem().createProfile(gsm(0, "second")));
     STEP(modem().addFault({FaultKind::kRefuse, 0x002B}), modem().modifyProfile(gsm(2, "third")));
     STEP(manager().filter({}));
+    STEP(key->registerExpirationListener(listener("of 3GPP:1 as it is now")));
     for (unsigned event = 0; event <= 6; ++event) STEP(modem().indicate(0, 9, event));
     STEP(modem().indicate(1, 9, 3));
     STEP(modem().indicate(9, 9, 3));
@@ -300,6 +301,14 @@ void releases() {
     STEP(manager().filter(filtering(apn("refused"))));
     STEP(key->registerExpirationListener(listener("whose key has gone")));
     STEP(key.reset());
+    Key other;
+    STEP(modem().addFault({FaultKind::kLoseIndication, 0, 5}));
+    STEP(key = manager().addProfile(adding(false, k3gpp, apn("a"))));
+    STEP(other = manager().addProfile(adding(false, k3gpp2, apn("b"))));
+    STEP(manager().modifyProfile(modifying(apn("c")), key));
+    STEP(other.reset());
+    STEP(manager().deleteProfile(key));
+    STEP(manager().dump());
 }
 
 void refused() {
@@ -326,6 +335,16 @@ void refused() {
     STEP(key.reset());
     STEP(manager().refresh(PDCRefreshStatus(7)));
     STEP(manager().filter({}));
+    journal::heading("=== an entry that could not be read");
+    Key second;
+    STEP(key = manager().addProfile(adding(false, k3gpp, apn("unreadable"))));
+    STEP(second = manager().filter(filtering(apn("unreadable"))).front());
+    STEP(modem().addFault({FaultKind::kRefuse, 0x002B}),
+         modem().modifyProfile(gsm(static_cast<unsigned>(key->getProfileId()), "x")));
+    STEP(key->registerExpirationListener(listener("never")));
+    STEP(second.reset());
+    everyOperation(key);
+    STEP(key.reset());
 }
 
 // Every setting on its way to the modem and back.
