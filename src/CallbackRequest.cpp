@@ -20,8 +20,8 @@ std::string CallbackRequest::dump() const {
         append(text, *releaseToken);
     }
     if (hasExpirationInfo()) {
-        // Only to print it: the registering thread holds the key meanwhile, so this is never the
-        // last.
+        // Only to print it. The registering thread holds the key until its call returns, so this is
+        // not the last reference unless calls overlap.
         const auto key = expirationKey->lock();
         text += "Register ";
         text += key ? key->dump() : "null";

@@ -40,7 +40,7 @@ ClientRequestManager::ClientRequestManager(int instance)
 ClientRequestManager::~ClientRequestManager() {
     ZEM_LOG(LOG_DEBUG, "zem::ClientRequestManager: destructor");
     {
-        const EventFd requestFd = handoff->close();
+        const EventFd requestFd = handoff->close(eventManager);
         eventManager.removeEventHandler(requestFd.get());
     }
     running = false;

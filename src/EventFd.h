@@ -32,10 +32,6 @@ class EventFd {
     int fd = -1;
 };
 
-// Whether an event loop has registered fd although epoll refused to watch it: no event of fd will
-// come. The loops keep the record.
-bool isRefusedByEpoll(int fd);
-
 // Reads fd in pieces of up to 256 bytes until it is empty or at its end; any other failure is
 // logged at the level given.
 void drain(int fd, size_t piece, LogLevel failureLevel);

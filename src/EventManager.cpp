@@ -15,10 +15,11 @@
 namespace zem {
 namespace {
 
+constexpr int kLookAroundMs = 100;
+
 struct Approved {
     Mutex mutex;
     std::set<int> fds ZEM_GUARDED_BY(mutex);
-    std::set<int> refusedByEpoll ZEM_GUARDED_BY(mutex);
 };
 
 // Never destroyed: engines stop, and callers remove descriptors, while the process exits.
@@ -27,14 +28,39 @@ Approved& approved() {
     return instance;
 }
 
-void noteRefusal(int fd, bool refused) {
-    Approved& list = approved();
-    const MutexLock lock(list.mutex);
-    if (refused) {
-        list.refusedByEpoll.insert(fd);
-    } else {
-        list.refusedByEpoll.erase(fd);
+// Descriptors that epoll has refused to watch, each with its loop's epoll instance: they are
+// registered all the same, but no event of them arrives.
+class Refused {
+  public:
+    using Pair = std::pair<int, int>;
+
+    void note(Pair pair, bool isRefused) {
+        if (!isRefused && count == 0) return;
+        const MutexLock lock(mutex);
+        if (isRefused) {
+            pairs.insert(pair);
+        } else {
+            pairs.erase(pair);
+        }
+        count = pairs.size();
     }
+
+    bool contains(Pair pair) {
+        if (count == 0) return false;
+        const MutexLock lock(mutex);
+        return pairs.count(pair) != 0;
+    }
+
+  private:
+    std::atomic<size_t> count{0};  // nearly always 0, which spares every turn of a loop the lock
+    Mutex mutex;
+    std::set<Pair> pairs ZEM_GUARDED_BY(mutex);
+};
+
+// Never destroyed, as the approved list.
+Refused& refused() {
+    static Refused& instance = *new Refused;
+    return instance;
 }
 
 std::string flagNames(uint32_t events) {
@@ -54,10 +80,10 @@ std::string flagNames(uint32_t events) {
 
 }  // namespace
 
-bool isRefusedByEpoll(int fd) {
-    Approved& list = approved();
-    const MutexLock lock(list.mutex);
-    return list.refusedByEpoll.count(fd) != 0;
+std::optional<bool> isWatched(EventManager& loop, int fd) {
+    const MutexLock lock(loop.mutex);
+    if (loop.handlers.count(fd) == 0) return std::nullopt;
+    return !refused().contains({loop.epollFd, fd});
 }
 
 EventManager::EventManager() : epollFd(epoll_create1(EPOLL_CLOEXEC)), wakeFd(-1), events{} {
@@ -95,7 +121,7 @@ bool EventManager::addEventHandler(int fd, EventCallback callback, void* data,
             watched = epoll_ctl(epollFd, EPOLL_CTL_ADD, fd, &event) == 0;
             handlers[fd] = {callback, closeCallback, data};
             addApprovedFd(fd);
-            noteRefusal(fd, !watched);
+            refused().note({epollFd, fd}, !watched);
         }
     }
     if (known) ZEM_LOG(LOG_INFO, "fd=%d is already in handlers", fd);
@@ -123,7 +149,7 @@ int EventManager::removeEventHandler(int fd) {
         const MutexLock lock(mutex);
         if (known) erased = handlers.erase(fd);
         lost = remApprovedFd(fd);
-        noteRefusal(fd, false);
+        refused().note({epollFd, fd}, false);
     }
     if (known && erased != 1) {
         ZEM_LOG(LOG_ERROR, "handlers.erase for fd %d, returned %d!", fd, static_cast<int>(erased));
@@ -132,7 +158,9 @@ int EventManager::removeEventHandler(int fd) {
 }
 
 void EventManager::processEvents() {
-    const int count = epoll_wait(epollFd, events, kMaxEvents, -1);
+    // A loop that cannot be woken looks by itself whether it is to end.
+    const int limit = refused().contains({epollFd, wakeFd}) ? kLookAroundMs : -1;
+    const int count = epoll_wait(epollFd, events, kMaxEvents, limit);
     if (count == -1) {
         ZEM_LOG(LOG_ERROR, "epoll_wait error");
         return;

@@ -1,7 +1,5 @@
 #include "Handoff.h"
 
-#include <zem/EventManager.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -12,7 +10,7 @@
 namespace zem {
 namespace {
 
-constexpr std::chrono::milliseconds kApprovalCheck(100);
+constexpr std::chrono::milliseconds kWatchCheck(100);
 
 }  // namespace
 
@@ -22,22 +20,19 @@ int Handoff::open() {
     return requestFd.get();
 }
 
-EventFd Handoff::close() {
+EventFd Handoff::close(EventManager& loop) {
     // Outlives the lock. A request that the loop has not heard may own the last reference to a key,
     // which owns this in turn: neither would ever go.
     std::shared_ptr<ClientRequest> unheard;
     MutexLock lock(mutex);
     EventFd last = std::move(requestFd);  // a later caller's write fails
-    if (!isRefusedByEpoll(last.get())) {
-        // The loop may have been given an event of the descriptor and not have handled it yet. Were
-        // the descriptor closed now, the loop would read, or close, whatever gets its number next.
-        // The event is never handled when an outsider took the approval away: the loop then closes
-        // the descriptor.
-        while (signalled && EventManager::isApprovedFd(last.get())) {
-            lock.wait(drained, kApprovalCheck);
-        }
-        if (signalled) last.release();
+    // The loop may have been given an event of the descriptor and not have handled it yet. Were the
+    // descriptor closed now, the loop would read, or close, whatever gets its number next.
+    while (signalled && isWatched(loop, last.get()).value_or(false)) {
+        lock.wait(drained, kWatchCheck);
     }
+    // An outsider took the approval away, and the loop has removed and closed the descriptor.
+    if (!isWatched(loop, last.get())) last.release();
     closed = true;
     unheard.swap(requestSlot);
     answered.notify_all();
@@ -52,31 +47,39 @@ std::shared_ptr<ClientResponse> Handoff::call(const std::shared_ptr<ClientReques
                                       request->text().c_str());
         return nullptr;
     }
-    // Outlives the lock: left in the slot by a call that took another's answer, it may own the last
-    // reference to a key, whose destructor is a call and would wait for this mutex forever.
+    // Both outlive the lock. A request that is left in the slot, by a call that took another's
+    // answer, may own the last reference to a key, whose destructor is a call and would wait for
+    // this mutex forever.
     std::shared_ptr<ClientRequest> displaced;
+    std::shared_ptr<ClientRequest> waiting;
+    std::string found;
     {
         MutexLock lock(mutex);
-        const ssize_t written = requestFd.signal();
-        if (written != sizeof(uint64_t)) {
-            ZEM_LOG(LOG_ERROR, "error in writing rv: %d error: %s", static_cast<int>(written),
-                    strerror(errno));
-            return nullptr;
-        }
-        signalled = true;
-        // A copy: the last reference must not be the engine's to drop.
-        displaced = std::exchange(requestSlot, request);
-        if (!displaced) return awaitAnswer(lock);
+        if (!requestSlot && !responseSlot) return handOver(request, displaced, lock);
+        waiting = requestSlot;
+        if (!waiting) found = responseSlot->dump();
     }
-    // Without the lock: to print a registration, its dump locks the key, and may be the last to
-    // hold it. dump() and not text(), which the engine may be filling in at this moment.
-    ZEM_LOG(LOG_ERROR, "calls overlap: %s replaces %s", request->dump().c_str(),
-            displaced->dump().c_str());
+    // Without the lock, too: to print a registration, its dump locks the key, and may be the last
+    // to hold it. Cut so that both dumps fit into the line.
+    if (waiting) found = waiting->dump();
+    ZEM_LOG(LOG_ERROR, "calls overlap: %.240s finds %.240s", request->text().c_str(),
+            found.c_str());
     MutexLock lock(mutex);
-    return awaitAnswer(lock);
+    return handOver(request, displaced, lock);
 }
 
-std::shared_ptr<ClientResponse> Handoff::awaitAnswer(MutexLock& lock) {
+std::shared_ptr<ClientResponse> Handoff::handOver(const std::shared_ptr<ClientRequest>& request,
+                                                  std::shared_ptr<ClientRequest>& displaced,
+                                                  MutexLock& lock) {
+    const ssize_t written = requestFd.signal();
+    if (written != sizeof(uint64_t)) {
+        ZEM_LOG(LOG_ERROR, "error in writing rv: %d error: %s", static_cast<int>(written),
+                strerror(errno));
+        return nullptr;
+    }
+    signalled = true;
+    // A copy: the last reference must not be the engine's to drop.
+    displaced = std::exchange(requestSlot, request);
     while (!responseSlot && !closed) lock.wait(answered);
     return std::move(responseSlot);
 }

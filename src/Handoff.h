@@ -10,6 +10,7 @@
 #include <memory>
 #include <thread>
 
+#include <zem/EventManager.h>
 #include <zem/Mutex.h>
 
 #include "ClientRequest.h"
@@ -25,8 +26,8 @@ class Handoff {
 
     // Refuses calls from now on, waits until the engine has seen to the last one, ends all calls
     // that still wait, and gives the descriptor away: no event of it is left in the engine's loop.
-    // Any thread but the engine's, while that runs.
-    EventFd close();
+    // Empty when the loop has closed the descriptor. Any thread but the engine's, while that runs.
+    EventFd close(EventManager& loop);
 
     // The calling thread is the engine from here until leaveEngine(); its own calls are refused.
     void enterEngine() { engineThread = std::this_thread::get_id(); }
@@ -34,8 +35,8 @@ class Handoff {
 
     // Caller's thread: hands the request over and blocks until there is an answer. Null when the
     // engine could not be told, has gone, or is the caller itself. Calls must not overlap: a later
-    // request takes the place of an earlier one, which is logged as an error, and the first to wake
-    // takes the answer.
+    // request takes the place of an earlier one, and the first to wake takes the answer. A call
+    // that finds another's request or answer logs an error.
     std::shared_ptr<ClientResponse> call(const std::shared_ptr<ClientRequest>& request);
 
     // Engine thread: empties fd, and answers the waiting request, if any, with what dispatch
@@ -44,7 +45,11 @@ class Handoff {
     void answer(int fd, const Dispatch& dispatch);
 
   private:
-    std::shared_ptr<ClientResponse> awaitAnswer(MutexLock& lock) ZEM_REQUIRES(mutex);
+    // Signals the request, puts it into the slot, and waits for an answer. Gives the caller what
+    // was in the slot.
+    std::shared_ptr<ClientResponse> handOver(const std::shared_ptr<ClientRequest>& request,
+                                             std::shared_ptr<ClientRequest>& displaced,
+                                             MutexLock& lock) ZEM_REQUIRES(mutex);
 
     Mutex mutex;
     std::condition_variable answered;

@@ -34,7 +34,12 @@ Manager& Manager::getInstance() {
     // engine any more.
     static Manager& instance = *new Manager;
     static const struct AtExit {
-        ~AtExit() { instance.engine.reset(); }
+        // In this order: a caller that still waits has read the pointer, and is freed by the
+        // engine's end.
+        ~AtExit() {
+            delete instance.engine.get();
+            static_cast<void>(instance.engine.release());
+        }
     } atExit;
     return instance;
 }

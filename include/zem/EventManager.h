@@ -9,6 +9,7 @@
 #include <sys/epoll.h>
 
 #include <map>
+#include <optional>
 
 #include <zem/Annotations.h>
 #include <zem/Mutex.h>
@@ -73,6 +74,10 @@ class ZEM_EXPORT EventManager {
     static bool isApprovedFd(int fd);
 
   private:
+    // Whether events of fd may arrive in this loop: true unless epoll refused it, and empty when fd
+    // is not registered.
+    friend std::optional<bool> isWatched(EventManager& loop, int fd);
+
     void handleEvent(int fd, uint32_t events);
     void handleInput(int fd);
     void removeAndClose(int fd);

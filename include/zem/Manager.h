@@ -4,12 +4,14 @@
 // answered: usually well under a millisecond plus the modem's own time, up to 1000 ms for each
 // modem request that times out. The hand-off carries one call at a time and queues nothing, so
 // callers must not overlap calls; dropping a profile key counts as a call. If two calls do overlap,
-// an error line names both requests, the later one replaces the earlier one, either caller may get
-// the answer, and the other may wait until the next call or the end of the engine.
+// the later request replaces the earlier one, either caller may get the answer, and the other may
+// wait until the next call or the end of the engine. A call that finds another's request or answer
+// logs an error line.
 //
 // No operation throws. Before init, on the engine's thread, and after the end of the process's
 // manager at exit, each returns its failure value and logs one error line; when the engine or the
-// modem refuses, each returns its failure value and the log has the answer. A foreign key is one that the library did not make.
+// modem refuses, each returns its failure value and the log has the answer. A foreign key is one
+// that the library did not make.
 #pragma once
 
 #include <list>
@@ -29,8 +31,9 @@ class ClientRequestManager;
 
 class ZEM_EXPORT Manager {
   public:
-    // The manager of the process, created on first use. Its engine ends at exit, when static objects
-    // created before that first use are still there; calls after that find no engine.
+    // The manager of the process, created on first use. Its engine ends at exit, when static
+    // objects created before that first use are still there. Calls after that find no engine; init
+    // must not be called then.
     static Manager& getInstance();
 
     // No engine yet: init starts it. Util uses none but getInstance()'s.
