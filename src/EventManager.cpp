@@ -223,12 +223,6 @@ void EventManager::wake() {
     ZEM_LOG(LOG_VERBOSE, "EventManager::wake() EX");
     puts("wake()");  // deliberately on the console as well
     fflush(stdout);
-    if (isRefusedByEpoll(wakeFd)) {  // tried again: a loop that cannot be woken never ends
-        epoll_event event = {};
-        event.events = EPOLLIN | EPOLLHUP;
-        event.data.fd = wakeFd;
-        if (epoll_ctl(epollFd, EPOLL_CTL_ADD, wakeFd, &event) == 0) noteRefusal(wakeFd, false);
-    }
     const uint64_t one = 1;
     const ssize_t written = write(wakeFd, &one, sizeof one);
     if (written != sizeof one) {

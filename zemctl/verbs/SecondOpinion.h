@@ -15,7 +15,7 @@
 
 namespace zemctl {
 
-// The profiles any of which is right; filters answer in no particular order.
+// The profiles any of which is right; filters answer in the order of tokens.
 struct Choice {
     std::set<ProfileId> found;
     bool created = false;  // whether a new one is right as well
