@@ -727,8 +727,17 @@ bool same(const std::string& file, const Lines& recorded, const Lines& now) {
 
 int main(int argc, char** argv) {
     const bool record = argc > 1 && strcmp(argv[1], "--record") == 0;
-    const std::set<std::string> chosen(argv + (record ? 2 : 1), argv + argc);
+    std::set<std::string> chosen;  // empty: all
+    for (int i = record ? 2 : 1; i < argc; ++i) {
+        if (strncmp(argv[i], "--gtest", 7) != 0) chosen.insert(argv[i]);
+    }
     int failures = 0;
+    for (const auto& name : chosen) {
+        const auto isNamed = [&name](const auto& scenario) { return scenario.name == name; };
+        if (std::any_of(std::begin(zem::kScenarios), std::end(zem::kScenarios), isNamed)) continue;
+        std::cout << "no scenario '" << name << "'\n";
+        ++failures;
+    }
     for (const auto& [name, acts] : zem::kScenarios) {
         if (!chosen.empty() && chosen.count(name) == 0) continue;
         std::string now;
