@@ -130,16 +130,6 @@ TEST_F(EngineTest, EachRequestGetsItsAnswerAndDuringARefreshItsRefusal) {
     EXPECT_NE(add("again"), nullptr);
 }
 
-TEST_F(EngineTest, ReleaseIsAnsweredByWhetherTheCacheKnowsTheToken) {
-    start();
-    const auto key = add("net");
-    const auto release = std::make_shared<CallbackRequest>();
-    release->setReleaseToken(std::dynamic_pointer_cast<ProfileKey>(key)->getToken());
-    EXPECT_EQ(ask(release), "Callback Success");
-    EXPECT_EQ(ask(release), "Callback Failure");
-    EXPECT_TRUE(log.contains("Handling " + release->dump()));
-}
-
 TEST_F(EngineTest, RequestIsLoggedAsItIsWhenItIsHandled) {
     start();
     const auto release = std::make_shared<CallbackRequest>();
@@ -158,18 +148,6 @@ TEST_F(EngineTest, RequestIsLoggedAsItIsWhenItIsHandled) {
             EXPECT_TRUE(log.contains(LOG_INFO, "Handling " + request->dump()));
         }
     }
-}
-
-TEST_F(EngineTest, WakeUpWithoutARequestOnlyReturns) {
-    start();
-    const EventFd fd = EventFd::create();
-    log.clear();
-    ClientRequestManager::handleClientRequest(fd.get(), engine.get());
-    EXPECT_EQ(log.lines(), (std::vector<Line>{{LOG_DEBUG, ":77:handleClientRequest"}}));
-    log.clear();
-    ClientRequestManager::handleClientRequest(-1, nullptr);
-    EXPECT_TRUE(log.contains(LOG_ERROR, "Error while clearing the read buffer on fd -1"));
-    EXPECT_TRUE(log.contains(LOG_ERROR, "arg is null"));
 }
 
 TEST_F(EngineTest, UnanswerableRequestWaitsForTheEndOfItsEngine) {
@@ -194,18 +172,6 @@ TEST_F(EngineTest, KeyOutlivesItsEngine) {
     EXPECT_TRUE(log.contains(LOG_ERROR, "error in writing rv: -1 error: Bad file descriptor"));
     key.reset();
     EXPECT_EQ(modem.profiles().size(), 1u);
-}
-
-TEST_F(EngineTest, CallFromAListenerIsRefused) {
-    start();
-    auto key = add("net");
-    std::promise<bool> refused;
-    key->registerExpirationListener([&] {
-        refused.set_value(!engine->processClientRequest(std::make_shared<GetRequest>(nullptr)));
-    });
-    modem.deleteProfile(Tech::k3gpp, static_cast<unsigned>(key->getProfileId()));
-    EXPECT_TRUE(refused.get_future().get());
-    EXPECT_TRUE(log.contains(LOG_API, "request refused on the engine thread: Get "));
 }
 
 TEST_F(EngineTest, ListenerThatOwnsItsKeyDoesNotHangTheEngine) {

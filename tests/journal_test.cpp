@@ -353,6 +353,7 @@ void settings() {
         boot({});
         Key key;
         STEP(key = manager().addProfile({everySetting(), true, tech, true}));
+        STEP(manager().modifyProfile(ModifyProfileParams(everySetting()), key));
         STEP(manager().getProfile(key));
         STEP(manager().modifyProfile(
             modifying(apn("Other"), user("You"), password("Changed"), auth(AuthType::PAP), home(V4),

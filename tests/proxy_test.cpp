@@ -36,33 +36,6 @@ std::vector<uint8_t> message(size_t size, const std::vector<std::pair<size_t, ui
     return whole;
 }
 
-TEST_F(ProxyTest, ServiceUpOpensBindsAndRegistersByteForByte) {
-    open();
-    const auto requests = modem.requests();
-    ASSERT_GE(requests.size(), 3u);
-    EXPECT_EQ(requests[0].messageId, 0x00AFu);
-    EXPECT_EQ(requests[0].bytes, message(4, {{0, 2}}));
-    EXPECT_EQ(requests[1].messageId, 0x0003u);
-    EXPECT_EQ(requests[1].bytes, message(398, {{32, 1}, {33, 1}}));
-    EXPECT_EQ(requests[2].messageId, 0x00A7u);
-    EXPECT_EQ(requests[2].bytes,
-              message(2052, {{0, 1}, {4, 1}, {8, 0xFF}, {12, 0xFF}, {2048, 1}, {2049, 1}}));
-    EXPECT_EQ(modem.counters().openClients, 1u);
-    EXPECT_EQ(modem.counters().openNotifiers, 0u);
-}
-
-TEST_F(ProxyTest, RestartReleasesTheClientAndRegistersAnew) {
-    open();
-    modem.goDown();
-    settle();
-    EXPECT_EQ(modem.counters().openNotifiers, 1u);
-    EXPECT_EQ(log.count(LOG_INFO, "Handling modem down"), 1u);
-    modem.comeUp();
-    settle();
-    EXPECT_EQ(sent(0x00A7).size(), 2u);
-    EXPECT_EQ(changes, std::vector<std::string>{"3GPP:0 ProfileReady"});
-}
-
 TEST_F(ProxyTest, RepeatedErrorsAndServiceUpsLeakNoHandle) {
     open();
     for (int i = 0; i < 2; ++i) {
@@ -172,58 +145,6 @@ TEST_F(ProxyTest, EndWaitsForACallbackThatIsUnderWay) {
     end.wait();
     LogWrapper::getInstance().setLogWriter(nullptr);
     EXPECT_EQ(hold.errors, std::vector<std::string>());
-}
-
-TEST_F(ProxyTest, NullArgumentsAreLoggedAndDropped) {
-    const EventFd fd = EventFd::create();
-    unsigned char byte = 1;
-    const struct {
-        std::function<void()> call;
-        const char* line;
-    } cases[] = {
-        {[&] { ZapWdsProxy::zapNotifyCb(nullptr, nullptr, ZAP_SERVICE_UP, nullptr); },
-         "ZapWdsProxy instance is null"},
-        {[&] { ZapWdsProxy::zapErrorCb(nullptr, 1, nullptr); }, "ZapWdsProxy NULL in zapErrorCb"},
-        {[&] { ZapWdsProxy::zapIndCb(nullptr, 0xA8, &byte, 1, nullptr); },
-         "The ind_cb_data/ind_buf is null or ind_buf_len is 1"},
-        {[&] { ZapWdsProxy::zapIndCb(nullptr, 0xA8, nullptr, 5, &byte); },
-         "The ind_cb_data/ind_buf is null or ind_buf_len is 5"},
-        {[&] { ZapWdsProxy::handleSvcUp(fd.get(), nullptr); }, "ZapWdsProxy instance is null"},
-        {[&] { ZapWdsProxy::handleError(fd.get(), nullptr); }, "arg is null"},
-        {[&] { ZapWdsProxy::handleIndication(fd.get(), nullptr); },
-         "ZapWdsProxy nullptr in handleIndication"},
-        {[&] { ZapWdsProxy::handleIndication(-1, nullptr); },
-         "Error while clearing the read buffer on fd -1"},
-        {[&] { ZapWdsProxy::zapNotifyCb(nullptr, nullptr, ZAP_SERVICE_DOWN, &byte); },
-         "ZapWdsProxy notify cb: unsupported service event"},
-    };
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.line);
-        log.clear();
-        fd.signal();
-        each.call();
-        EXPECT_EQ(log.count(LOG_ERROR, each.line), 1u);
-    }
-}
-
-TEST_F(ProxyTest, SuccessIsLogged) {
-    open();
-    Modem3gppProfile profile(named("a"));
-    EXPECT_TRUE(proxy->add(profile));
-    const int id = profile.getProfileId();
-    EXPECT_TRUE(proxy->modify(profile, TechType::TECH_3GPP, id));
-    EXPECT_TRUE(proxy->get(TechType::TECH_3GPP, id));
-    EXPECT_EQ(proxy->getAllProfiles().size(), 1u);
-    EXPECT_TRUE(proxy->remove(TechType::TECH_3GPP, id));
-    for (const auto* request : {"bind", "indication", "config"}) {
-        EXPECT_TRUE(log.contains(
-            LOG_DEBUG, std::string("ZapWdsProxy ") + request + " register request successful!"));
-    }
-    for (const auto* request : {"CREATE_PROFILE", "MODIFY_PROFILE_SETTINGS", "GET_PROFILE_SETTINGS",
-                                "GET_PROFILE_LIST", "DELETE_PROFILE"}) {
-        EXPECT_TRUE(log.contains(LOG_API, std::string("ZapWdsProxy ZAP_WDS_") + request +
-                                              "_REQ_V01 request successful!"));
-    }
 }
 
 TEST_F(ProxyTest, IdentifiersGoOutWithOneByteOfIndex) {
