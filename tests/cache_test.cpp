@@ -78,12 +78,16 @@ TEST_F(CacheTest, KeyToAnEntryThatCouldNotBeRead) {
 }
 
 TEST_F(CacheTest, ReleaseFreesTheListenersOfItsKey) {
-    const auto key = add(transient("net"));
-    auto second = cache.filter({}).front();
-    const auto witness = std::make_shared<int>();
-    cache.registerExpirationListener([witness] {}, second, second->getToken());
-    second.reset();
-    EXPECT_EQ(witness.use_count(), 1);
+    for (const bool persistent : {false, true}) {
+        auto last = add({named("net"), persistent, TechType::TECH_3GPP, false});
+        auto second = cache.filter({}).front();
+        const auto witness = std::make_shared<int>();
+        for (auto* const key : {&second, &last}) {
+            cache.registerExpirationListener([witness] {}, *key, (*key)->getToken());
+            key->reset();
+            EXPECT_EQ(witness.use_count(), 1) << persistent;
+        }
+    }
 }
 
 TEST_F(CacheTest, RefreshExpiresKeysBeforeItAsksTheModem) {

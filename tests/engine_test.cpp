@@ -1,7 +1,9 @@
 // The engine: its hand-off, its dispatch, its beginning and its end.
 
 #include <dirent.h>
+#include <fcntl.h>
 
+#include <filesystem>
 #include <future>
 #include <thread>
 
@@ -62,6 +64,30 @@ class EngineTest : public PhoneTest {
 
     std::unique_ptr<ClientRequestManager> engine;
 };
+
+TEST_F(EngineTest, DescriptorsAreClosedOnExecAndNoReadOfThemWaits) {
+    const auto descriptors = [] {
+        std::map<int, std::string> found;
+        for (int fd = 0; fd < 1000; ++fd) {
+            std::error_code closed;
+            const auto name =
+                std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), closed);
+            if (!closed) found[fd] = name;
+        }
+        return found;
+    };
+    const auto before = descriptors();
+    start();
+    std::string kinds;
+    for (const auto& [fd, kind] : descriptors()) {
+        if (before.count(fd)) continue;
+        kinds += kind + " ";
+        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC) << kind;
+        EXPECT_EQ((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0, kind == "anon_inode:[eventfd]") << kind;
+    }
+    const std::string event = "anon_inode:[eventfd] ";
+    EXPECT_EQ(kinds, "anon_inode:[eventpoll] " + event + event + event + event + event);
+}
 
 TEST_F(EngineTest, EachRequestGetsItsAnswerAndDuringARefreshItsRefusal) {
     start();

@@ -115,6 +115,59 @@ TEST(ReadProfileTest, IsPersistentWhenTheModemSaysSo) {
     EXPECT_FALSE(Modem3gpp2Profile(1, response({{kNoFlag, 2185, u8(1)}})).getIsPersistent());
 }
 
+// ---- Matching and differences ----
+
+TEST(MatchTest, NamesAreComparedWholeAndRoamTypesByWhatTheProfileHas) {
+    const auto library = [](const char* name) { return profile(profileName(name)); };
+    const auto asking = [](const auto&... set) { return with<FilterProfileParams>(set...); };
+    const auto me = profile(user("Me"), password("Pw"));
+    const auto oneType = profile(common(V4V6));
+    const auto roams4 = asking(roam(V4)), roams46 = asking(roam(V4V6));
+    const struct {
+        std::shared_ptr<ModemProfile> held;
+        FilterProfileParams asked;
+        bool matches;
+    } cases[] = {
+        {me, asking(user("Me"), password("Pw")), true},
+        {me, asking(user("me")), false},
+        {me, asking(password("pw")), false},
+        {library("zem_profile"), asking(isZem(true)), true},
+        {library("zem_profile"), asking(isIA(true)), false},
+        {library("zem_profile_ia"), asking(isZem(true)), true},
+        {library("zem_profile_ia"), asking(isIA(true)), true},
+        {library("Zem_profile"), asking(isZem(true)), false},
+        {library("zem_profil"), asking(isZem(true)), false},
+        {library("zem_profile_"), asking(isZem(true)), false},
+        {library("zem_profile_IA"), asking(isIA(true)), false},
+        {library("zem_profile_ia2"), asking(isZem(true)), false},
+        {library("zem_profile_ia2"), asking(isIA(true)), false},
+        {oneType, roams46, true},
+        {oneType, roams4, false},
+        {oneType, asking(roam(V4), criteria(MATCH_ROAM_IP_SUBSET)), true},
+        {oneType, asking(roam(V4), criteria(MATCH_HOME_IP_SUBSET)), false},
+        {profile(), asking(roam(UNKNOWN)), false},
+        {profile(common(V4), lteRoam(V4)), roams4, false},
+        {profile(common(V4), umtsRoam(V4)), roams4, false},
+        {profile(common(V6), lteRoam(V4), umtsRoam(V4)), roams4, true},
+        {profile(common(V4), lteRoam(V4), umtsRoam(V6)), roams4, false},
+    };
+    for (const auto& each : cases) {
+        EXPECT_EQ(each.held->match(each.asked), each.matches)
+            << each.held->dump() << " " << each.asked.dump();
+    }
+}
+
+TEST(DiffTest, CaseOfUserNamesAndPasswordsIsAChange) {
+    const auto changes = [](const auto&... set) {
+        const auto difference =
+            profile(user("Me"), password("Pw"))->diff(with<ModifyProfileParams>(set...));
+        return difference ? difference->dump() : "none";
+    };
+    EXPECT_EQ(changes(user("Me"), password("Pw")), "none");
+    EXPECT_EQ(changes(user("me")), "TechType=3GPP,ProfileId=-1,UserName=me,");
+    EXPECT_EQ(changes(password("pw")), "TechType=3GPP,ProfileId=-1,Password=pw,");
+}
+
 // ---- Keys and listeners ----
 
 // Counting up to the end of the range, key by key, would take half a minute.

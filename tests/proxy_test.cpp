@@ -1,5 +1,8 @@
 // The proxy in front of the software modem, its loop stepped by hand.
 
+#include <dlfcn.h>
+
+#include <algorithm>
 #include <cstring>
 #include <future>
 
@@ -8,11 +11,97 @@
 #include "TestPhone.h"
 #include "ZapWdsProxy.h"
 
+namespace {
+
+// How the client library differs from the software modem's, which does the work.
+struct ClientLibrary {
+    bool sameHandle = false;             // every client has the handle kHandle
+    zap_client_handle client = nullptr;  // the one behind kHandle
+    zap_ind_cb indCb = nullptr;
+} library;
+const auto kHandle = reinterpret_cast<zap_client_handle>(&library);
+
+zap_client_handle real(zap_client_handle handle) {
+    return handle == kHandle ? library.client : handle;
+}
+
+template <class Function>
+Function* next(const char* name, Function*) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+#define NEXT(function) next(#function, &(function))
+
+void expectCleared(const void* block, size_t size) {
+    const auto* const bytes = static_cast<const unsigned char*>(block);
+    EXPECT_EQ(std::count(bytes, bytes + size, 0), size);
+}
+
+// Leaves bytes for the next call's locals, which are not zero by chance then.
+__attribute__((noinline)) void soilStack() {
+    char bytes[40000];
+    memset(bytes, 0xAA, sizeof bytes);
+    __asm__ volatile("" : : "r"(bytes) : "memory");
+}
+
+}  // namespace
+
+extern "C" {
+
+int zap_client_notifier_init(zap_service_object service, zap_os_params* params,
+                             zap_client_handle* notifier) {
+    expectCleared(params, sizeof *params);
+    memset(params, 0xAA, sizeof *params);
+    return NEXT(zap_client_notifier_init)(service, params, notifier);
+}
+
+int zap_client_init(zap_service_info* info, zap_service_object service, zap_ind_cb callback,
+                    void* user, zap_os_params* params, zap_client_handle* client) {
+    expectCleared(params, sizeof *params);
+    memset(params, 0xAA, sizeof *params);
+    if (!library.sameHandle)
+        return NEXT(zap_client_init)(info, service, callback, user, params, client);
+    library.indCb = callback;
+    const auto forward = [](zap_client_handle, unsigned id, unsigned char* buffer, unsigned length,
+                            void* proxy) { library.indCb(kHandle, id, buffer, length, proxy); };
+    *client = kHandle;
+    return NEXT(zap_client_init)(info, service, forward, user, params, &library.client);
+}
+
+int zap_client_register_error_cb(zap_client_handle client, zap_error_cb callback, void* user) {
+    return NEXT(zap_client_register_error_cb)(real(client), callback, user);
+}
+
+int zap_client_send_msg_sync(zap_client_handle client, unsigned id, void* request,
+                             unsigned requestLength, void* response, unsigned responseLength,
+                             unsigned timeout) {
+    expectCleared(response, responseLength);
+    const int result = NEXT(zap_client_send_msg_sync)(real(client), id, request, requestLength,
+                                                      response, responseLength, timeout);
+    soilStack();
+    return result;
+}
+
+int zap_client_message_decode(zap_client_handle client, zap_message_kind kind, unsigned id,
+                              const void* buffer, unsigned length, void* out, unsigned outLength) {
+    return NEXT(zap_client_message_decode)(real(client), kind, id, buffer, length, out, outLength);
+}
+
+int zap_client_release(zap_client_handle client) {
+    return NEXT(zap_client_release)(real(client));
+}
+
+}  // extern "C"
+
 namespace zem {
 namespace {
 
 class ProxyTest : public PhoneTest {
   protected:
+    ~ProxyTest() override {
+        proxy.reset();
+        library = {};
+    }
+
     void open() {
         proxy = std::make_unique<ZapWdsProxy>(stepped.loop, 2);
         proxy->registerProfileChangedInd(
@@ -64,6 +153,16 @@ TEST_F(ProxyTest, QueuedIndicationsAreAllHandledOldestFirst) {
     EXPECT_TRUE(log.contains("ZapWdsProxy: handleIndication indQueue.size[0]"));
 }
 
+TEST_F(ProxyTest, IndicationsBeyond1024WaitForTheNextTurn) {
+    open();
+    for (unsigned i = 0; i < 1025; ++i) modem.indicate(0, 1, 3, 2);
+    ASSERT_TRUE(modem.waitUntilIdle());
+    stepped.pass();
+    EXPECT_EQ(changes.size(), 1024u);
+    stepped.pass();
+    EXPECT_EQ(changes.size(), 1025u);
+}
+
 TEST_F(ProxyTest, BadIndicationsAreLoggedAndDropped) {
     open();
     static constexpr struct {
@@ -95,21 +194,28 @@ TEST_F(ProxyTest, BadIndicationsAreLoggedAndDropped) {
 }
 
 TEST_F(ProxyTest, IndicationsOfReleasedClientsAreDroppedWithoutTheirHandles) {
-    open();
     const EventFd fd = EventFd::create();
     constexpr unsigned kEach = 1500;  // more than one turn of the loop handles
-    for (int restarts = 0; restarts < 2; ++restarts) {
-        for (unsigned i = 0; i < kEach; ++i) modem.indicate(0, 1, 3, 2);
-        ASSERT_TRUE(modem.waitUntilIdle());
-        ZapWdsProxy::handleError(fd.get(), proxy.get());
-        ZapWdsProxy::handleSvcUp(fd.get(), proxy.get());
+    for (const bool sameHandle : {false, true}) {
+        SCOPED_TRACE(sameHandle);
+        proxy.reset();
+        library.sameHandle = sameHandle;
+        open();
+        log.clear();
+        for (int restarts = 0; restarts < 2; ++restarts) {
+            for (unsigned i = 0; i < kEach; ++i) modem.indicate(0, 1, 3, 2);
+            ASSERT_TRUE(modem.waitUntilIdle());
+            ZapWdsProxy::handleError(fd.get(), proxy.get());
+            ZapWdsProxy::handleSvcUp(fd.get(), proxy.get());
+        }
+        modem.indicate(0, 2, 3, 2);
+        settle();
+        // The second client's own ProfileReady is among those dropped.
+        EXPECT_EQ(log.count(LOG_ERROR, "Unable to decode the nr status ind message"),
+                  2 * kEach + 1);
+        EXPECT_EQ(changes, (std::vector<std::string>{"3GPP:0 ProfileReady", "3GPP:2 Modify"}));
+        EXPECT_EQ(modem.counters().badHandles, 0u);
     }
-    modem.indicate(0, 2, 3, 2);
-    settle();
-    // The second client's own ProfileReady is among those dropped.
-    EXPECT_EQ(log.count(LOG_ERROR, "Unable to decode the nr status ind message"), 2 * kEach + 1);
-    EXPECT_EQ(changes, (std::vector<std::string>{"3GPP:0 ProfileReady", "3GPP:2 Modify"}));
-    EXPECT_EQ(modem.counters().badHandles, 0u);
 }
 
 // Holds the modem's thread where an indication's callback begins, and keeps the errors after it.
