@@ -18,10 +18,10 @@ CONFIGURATIONS = {
     "host": ["-DZEM_SANITIZE=fuzzer-no-link", "-DBUILD_TESTING=ON"],
 }
 DEVICE_TYPES = {"cc_library_shared", "cc_binary"}
-HOST_TYPES = {"cc_library_static", "cc_binary_host", "cc_test", "cc_test_host", "cc_fuzz", "cc_benchmark"}
+HOST_TYPES = {"cc_library", "cc_library_static", "cc_binary_host", "cc_test", "cc_test_host", "cc_fuzz", "cc_benchmark"}
 OTHER_TYPES = {"cc_defaults", "filegroup"}
-# The first asks the host's C library what its heap holds, which Android's cannot tell; the second takes the place of
-# functions of the software modem, which is a static library there; the third takes the place of the C library's.
+# The first asks the host's C library what its heap holds, which Android's cannot tell; the others take the place of
+# functions of the C library.
 HOST_ALONE = {"zem_footprint": {"bench/CountedNew.cpp", "bench/zem_footprint.cpp"},
               "journal_test": {"tests/Journal.cpp", "tests/journal_test.cpp"},
               "schedules": {"tests/schedules/Atomics.cpp", "tests/schedules/Interposed.cpp",
@@ -105,13 +105,19 @@ class Blueprint:
             return token == "true"
         return json.loads(token) if token.startswith('"') else self.variables[token]
 
+    def libraries(self, name):
+        """The modules that it links; a device's not those that it loads."""
+        module = self.modules[name]
+        kinds = ["static_libs", "whole_static_libs"] + (["shared_libs"] if module["type"] not in DEVICE_TYPES else [])
+        return [library for kind in kinds for library in module.get(kind, []) if library in self.modules]
+
     def sources(self, name):
-        """Of the module and of the static libraries in it."""
+        """Of the module and of the libraries that it links."""
         module, result = self.modules[name], set()
         for source in module.get("srcs", []):
             result |= self.sources(source[1:]) if source.startswith(":") else {source}
-        for library in module.get("static_libs", []) + module.get("whole_static_libs", []):
-            result |= self.sources(library) if library in self.modules else set()
+        for library in self.libraries(name):
+            result |= self.sources(library)
         return result
 
     def levels(self, name):
@@ -125,8 +131,8 @@ class Blueprint:
     def definitions(self, name):
         module = self.modules[name]
         result = {flag[2:].replace('\\"', '"') for flag in module.get("cflags", []) if flag.startswith("-D")}
-        for library in module.get("static_libs", []) + module.get("whole_static_libs", []):
-            result |= self.definitions(library) if library in self.modules else set()
+        for library in self.libraries(name):
+            result |= self.definitions(library)
         return result
 
 
