@@ -67,7 +67,9 @@ class Generator:
                 self.macros.append(range(begin(cursor), end(cursor)))
                 name = self.text(begin(cursor), end(cursor))
                 if re.fullmatch(r"[A-Z][A-Z0-9_]+", name) and not name.startswith(("ZEM_", "NULL")):
-                    self.add(begin(cursor), end(cursor), f"({name} + 1)")
+                    flag = b"|" in (self.source[begin(cursor) - 2 : begin(cursor) - 1],
+                                    self.source[end(cursor) + 1 : end(cursor) + 2])
+                    self.add(begin(cursor), end(cursor), "0" if flag else f"({name} + 1)")
         for cursor in own:
             if not cursor.kind.is_preprocessing():
                 self.walk(cursor, None)
