@@ -182,6 +182,7 @@ void service() {
          {"zap_client_notifier_init", "zap_client_register_notify_cb", "zap_client_get_any_service",
           "zap_client_init", "zap_client_register_error_cb"}) {
         STEP(fail(function), restart());
+        STEP(restart());
         STEP(init(2));
     }
     for (const unsigned request : {0x00AFu, 0x0003u, 0x00A7u}) {
@@ -370,8 +371,10 @@ void settings() {
                                     static_cast<unsigned>(key->getProfileId()),
                                     {}}));
         STEP(manager().getProfile(key));
-        STEP(modem().addFault({FaultKind::kUnknownEnums, 0x002A, 2, 0, 9}),
-             manager().refresh(COMPLETE));
+        for (const uint32_t type : {0u, 1u}) {
+            STEP(modem().addFault({FaultKind::kUnknownEnums, 0x002A, 2, 0, type}),
+                 manager().refresh(COMPLETE));
+        }
     }
     STEP(manager().filter(
         filtering(criteria(~0u), apnTypes(~0u), apnClass(ApnClass::ADMN), idIs(1))));

@@ -60,30 +60,6 @@ struct HookedWriter : LogWriter {
     const std::function<void()> onWrite, onDestruction;
 };
 
-TEST(LogWrapperTest, OnlyErrorsAndApiLinesAreKeptWhetherOrNotThereIsAWriter) {
-    const struct {
-        LogLevel level;
-        bool kept;
-    } cases[] = {{LOG_VERBOSE, false}, {LOG_DEBUG, false},           {LOG_INFO, false},
-                 {LOG_ERROR, true},    {LOG_FATAL, false},           {LOG_API, true},
-                 {LogLevel(6), false}, {LogLevel(0xFFFFFFFF), false}};
-    for (const auto& c : cases) {
-        for (const bool hasWriter : {true, false}) {
-            SCOPED_TRACE(::testing::Message() << "level " << c.level << " writer " << hasWriter);
-            std::optional<RecordedLog> log;
-            if (hasWriter) log.emplace();
-            LocalLogBuffer::getInstance().flush();
-
-            LogWrapper::getInstance().log(c.level, kLogTag, "line %d", 1);
-
-            EXPECT_EQ(keptLines().size(), c.kept ? 1u : 0u);
-            if (log) {
-                EXPECT_THAT(log->lines(), ElementsAre(Line{c.level, "line 1"}));
-            }
-        }
-    }
-}
-
 // A writer whose write() begins and ends when the test says so.
 class HeldWriter {
   public:
@@ -315,33 +291,6 @@ TEST(LogWritersTest, EachSinkHasItsOwnValueForALevelAndAndroidGetsTheMessageVerb
         EXPECT_EQ(AdbWriter().convertPrio(LogLevel(c.level)), c.android);
         EXPECT_EQ(DiagWriter().convertPrio(LogLevel(c.level)), c.diagnostic);
     }
-}
-
-// One test for all that goes through the channel: the mask is the first line's of the process.
-TEST(LogWritersTest, DiagnosticChannelGetsAllLinesUnderTheMaskOfTheFirst) {
-    auto& modem = softmodem::SoftModem::instance();
-    modem.reset();
-    LogWrapper::getInstance().setLogWriter(std::make_unique<DiagWriter>());
-    EXPECT_TRUE(modem.counters().diagOpen);
-
-    ZEM_LOG(LOG_DEBUG, "first");
-    ZEM_LOG(LOG_ERROR, "%s", "100% %s %n done");
-    LogWrapper::getInstance().setLogWriter(nullptr);
-    EXPECT_FALSE(modem.counters().diagOpen);
-    LogWrapper::getInstance().setLogWriter(std::make_unique<DiagWriter>());
-    ZEM_LOG(LOG_FATAL, "from the next writer");
-    LogWrapper::getInstance().setLogWriter(nullptr);
-
-    std::vector<std::string> texts;
-    for (const auto& line : modem.diagLines()) {
-        texts.push_back(line.text);
-        EXPECT_EQ(line.line, 116u);
-        EXPECT_EQ(line.subsystem, 63u);
-        EXPECT_EQ(line.mask, 1u);
-        EXPECT_EQ(line.file, "src/LocalLogBuffer");
-    }
-    EXPECT_THAT(texts,
-                ElementsAre("|ZEM| first", "|ZEM| 100% %s %n done", "|ZEM| from the next writer"));
 }
 
 }  // namespace

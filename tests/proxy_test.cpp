@@ -141,18 +141,6 @@ TEST_F(ProxyTest, RepeatedErrorsAndServiceUpsLeakNoHandle) {
     EXPECT_EQ(modem.counters().openNotifiers, 0u);
 }
 
-TEST_F(ProxyTest, QueuedIndicationsAreAllHandledOldestFirst) {
-    open();
-    for (unsigned index = 1; index <= 3; ++index) modem.indicate(0, index, 3, 2);
-    ASSERT_TRUE(modem.waitUntilIdle());
-    log.clear();
-    stepped.pass();
-    EXPECT_EQ(changes,
-              (std::vector<std::string>{"3GPP:1 Modify", "3GPP:2 Modify", "3GPP:3 Modify"}));
-    EXPECT_TRUE(log.contains("ZapWdsProxy: handleIndication indQueue.size[3]"));
-    EXPECT_TRUE(log.contains("ZapWdsProxy: handleIndication indQueue.size[0]"));
-}
-
 TEST_F(ProxyTest, IndicationsBeyond1024WaitForTheNextTurn) {
     open();
     for (unsigned i = 0; i < 1025; ++i) modem.indicate(0, 1, 3, 2);
@@ -161,36 +149,6 @@ TEST_F(ProxyTest, IndicationsBeyond1024WaitForTheNextTurn) {
     EXPECT_EQ(changes.size(), 1024u);
     stepped.pass();
     EXPECT_EQ(changes.size(), 1025u);
-}
-
-TEST_F(ProxyTest, BadIndicationsAreLoggedAndDropped) {
-    open();
-    static constexpr struct {
-        FaultKind kind;
-        LogLevel level;
-        const char* line;
-    } kCases[] = {
-        {FaultKind::kUndecodableIndication, LOG_ERROR,
-         "Unable to decode the nr status ind message"},
-        {FaultKind::kInvalidIndication, LOG_ERROR, "Profile changed ind TLV is not valid"},
-        {FaultKind::kEmptyIndication, LOG_ERROR,
-         "The ind_cb_data/ind_buf is null or ind_buf_len is 0"},
-    };
-    for (const auto& each : kCases) {
-        SCOPED_TRACE(each.line);
-        log.clear();
-        changes.clear();
-        modem.addFault({each.kind, 0x0027});
-        Modem3gppProfile profile(named("a"));
-        ASSERT_TRUE(proxy->add(profile));
-        settle();
-        EXPECT_GE(log.count(each.level, each.line), 1u);
-        EXPECT_TRUE(changes.empty());
-    }
-    modem.indicateRaw(0x1234, {1, 2, 3});
-    settle();
-    EXPECT_EQ(log.count(LOG_VERBOSE, "Unknown message ID 4660 received"), 1u);
-    EXPECT_TRUE(changes.empty());
 }
 
 TEST_F(ProxyTest, IndicationsOfReleasedClientsAreDroppedWithoutTheirHandles) {
@@ -278,19 +236,6 @@ TEST_F(ProxyTest, IdentifiersGoOutWithOneByteOfIndex) {
     EXPECT_EQ(sent(0x002A), std::vector<std::vector<uint8_t>>{});
 }
 
-TEST_F(ProxyTest, AllProfilesAreAskedForByTechnologyAndReadInOrder) {
-    modem.createProfileAt({Tech::k3gpp, 9, {{"apn_name", "nine"}}}, 2);
-    modem.createProfileAt({Tech::k3gpp, 4, {{"apn_name", "four"}}}, 2);
-    modem.createProfileAt({Tech::k3gpp2, 4, {{"apn_string_3gpp2", "two"}}}, 2);
-    open();
-    modem.clearRequests();
-    std::string names;
-    for (const auto& profile : proxy->getAllProfiles()) names += profile->getApnName() + " ";
-    EXPECT_EQ(names, "four nine two ");
-    EXPECT_EQ(sent(0x002A), (std::vector<std::vector<uint8_t>>{message(8, {{0, 1}}),
-                                                               message(8, {{0, 1}, {4, 1}})}));
-}
-
 TEST_F(ProxyTest, ListOf256Aborts) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     open();
@@ -315,12 +260,6 @@ TEST_F(ProxyTest, IndicationsDuringARequestAreOnlyQueued) {
     modem.setRequestHook(nullptr);
     settle();
     EXPECT_EQ(changes, (std::vector<std::string>{"3GPP:1 Modify", "3GPP:1 Delete"}));
-}
-
-TEST_F(ProxyTest, ChangesThatNobodyIsToHearOfAreLogged) {
-    proxy = std::make_unique<ZapWdsProxy>(stepped.loop, 0);
-    settle();
-    EXPECT_TRUE(log.contains(LOG_DEBUG, "ZapWdsProxy::no profileChangedIndCb registered!"));
 }
 
 }  // namespace
