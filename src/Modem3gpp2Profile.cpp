@@ -39,8 +39,9 @@ std::shared_ptr<ModemProfile> Modem3gpp2Profile::diff(const ModifyProfileParams&
     bool changed = false;
     updateDiffParameters(params, delta, changed);
     takeChange(params.homeIPType, commonIPType, delta.homeIPType, changed);
+    auto partial = std::make_shared<Modem3gpp2Profile>(delta);
     if (!changed) return nullptr;
-    return std::make_shared<Modem3gpp2Profile>(delta);
+    return partial;
 }
 
 ProfileParams Modem3gpp2Profile::get() const {
