@@ -267,7 +267,7 @@ void ZapWdsProxy::handleError(int fd, void* arg) {
 
 void ZapWdsProxy::releaseClient() {
     if (!client) return;
-    const zap_client_handle handle = client.get();
+    const zap_client* const handle = client.get();
     client.reset();
     // No indication of the client arrives any more. The next client may get the same handle, so
     // those that wait are marked now.
