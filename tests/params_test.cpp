@@ -192,22 +192,33 @@ TEST(EnvelopesTest, CallbackRequestHoldsAReleaseOrARegistration) {
     EXPECT_FALSE(ofExpired.getExpirationCb());
 }
 
-// A reference would dangle in `for (auto& key : response()->getFilterResult())`.
+// What an accessor returns, which must not be a reference: that would dangle in
+// `for (auto& key : response()->getFilterResult())`.
 template <class Result, class Envelope>
-constexpr bool returnsCopy(Result (Envelope::*)() const) {
-    return !std::is_reference_v<Result>;
+Result from(const Envelope& envelope, Result (Envelope::*accessor)() const) {
+    static_assert(!std::is_reference_v<Result>);
+    return (envelope.*accessor)();
 }
-static_assert(returnsCopy(&AddRequest::getAddProfileParams));
-static_assert(returnsCopy(&ModifyRequest::getModifyProfileParams));
-static_assert(returnsCopy(&ModifyRequest::getModifyProfileKey));
-static_assert(returnsCopy(&DeleteRequest::getDeleteProfileKey));
-static_assert(returnsCopy(&FilterRequest::getFilterParams));
-static_assert(returnsCopy(&MatchRequest::getMatchParams));
-static_assert(returnsCopy(&MatchRequest::getMatchKey));
-static_assert(returnsCopy(&GetRequest::getProfileKey));
-static_assert(returnsCopy(&AddResponse::getAddProfileKey));
-static_assert(returnsCopy(&FilterResponse::getFilterResult));
-static_assert(returnsCopy(&GetResponse::getParams));
+
+TEST(EnvelopesTest, AccessorsReturnCopiesOfWhatWasGiven) {
+    const auto key = quietKey();
+    const std::list<std::shared_ptr<IProfileKey>> keys = {key, nullptr};
+    const AddProfileParams add(kIms, true, TechType::TECH_3GPP2, true);
+    const MatchRequest match(kImsFilter, key);
+    const ModifyRequest modify(kImsChange, key);
+    EXPECT_EQ(from(AddRequest(add), &AddRequest::getAddProfileParams).dump(), add.dump());
+    EXPECT_EQ(from(modify, &ModifyRequest::getModifyProfileParams).dump(), kImsChange.dump());
+    EXPECT_EQ(from(modify, &ModifyRequest::getModifyProfileKey), key);
+    EXPECT_EQ(from(DeleteRequest(key), &DeleteRequest::getDeleteProfileKey), key);
+    EXPECT_EQ(from(FilterRequest(kImsFilter), &FilterRequest::getFilterParams).dump(),
+              kImsFilter.dump());
+    EXPECT_EQ(from(match, &MatchRequest::getMatchParams).dump(), kImsFilter.dump());
+    EXPECT_EQ(from(match, &MatchRequest::getMatchKey), key);
+    EXPECT_EQ(from(GetRequest(key), &GetRequest::getProfileKey), key);
+    EXPECT_EQ(from(AddResponse(SUCCESS, key), &AddResponse::getAddProfileKey), key);
+    EXPECT_EQ(from(FilterResponse(SUCCESS, keys), &FilterResponse::getFilterResult), keys);
+    EXPECT_EQ(from(GetResponse(SUCCESS, kIms), &GetResponse::getParams)->dump(), kIms.dump());
+}
 
 TEST(EnvelopesTest, ResponsesPrintTypeStatusThenContent) {
     struct UnheardOf : ClientResponse {
