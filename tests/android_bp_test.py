@@ -26,7 +26,8 @@ HOST_ALONE = {"zem_footprint": {"bench/CountedNew.cpp", "bench/zem_footprint.cpp
               "journal_test": {"tests/Journal.cpp", "tests/journal_test.cpp"},
               "schedules": {"tests/schedules/Atomics.cpp", "tests/schedules/Interposed.cpp",
                             "tests/schedules/Scheduler.cpp", "tests/schedules/SteppedModem.cpp",
-                            "tests/schedules/schedules.cpp"}}
+                            "tests/schedules/schedules.cpp"},
+              "traced_requests": {"tests/traced_requests.cpp"}}
 OF_THE_TREE = {"liblog", "libpugixml", "libCLI11", "libnlohmann_json", "libgmock", "libgtest",
                "libgoogle-benchmark-main"}
 
