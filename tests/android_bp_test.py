@@ -20,8 +20,8 @@ CONFIGURATIONS = {
 DEVICE_TYPES = {"cc_library_shared", "cc_binary"}
 HOST_TYPES = {"cc_library", "cc_library_static", "cc_binary_host", "cc_test", "cc_test_host", "cc_fuzz", "cc_benchmark"}
 OTHER_TYPES = {"cc_defaults", "filegroup"}
-# The first asks the host's C library what its heap holds, which Android's cannot tell; the others take the place of
-# functions of the C library.
+# The first asks the host's C library what its heap holds, which Android's cannot tell; the next two take the place of
+# functions of the C library; the last is for a trace of system calls.
 HOST_ALONE = {"zem_footprint": {"bench/CountedNew.cpp", "bench/zem_footprint.cpp"},
               "journal_test": {"tests/Journal.cpp", "tests/journal_test.cpp"},
               "schedules": {"tests/schedules/Atomics.cpp", "tests/schedules/Interposed.cpp",
