@@ -1,6 +1,7 @@
 """Generates mutants: single faults in a source file, found by its tokens and its syntax tree."""
 
 import collections
+import itertools
 import re
 import sys
 
@@ -276,7 +277,8 @@ class Generator:
         if place:
             self.add(*place, ";", f"{quoted(self.text(*place))} removed")
 
-    # Where a statement is that computes something, or a declaration whose name is not used again.
+    # Where a statement is that computes something, or a declaration whose name is not used again. What
+    # only makes room for a text is neither.
     def movable(self, block, cursor):
         first, last = begin(cursor), end(cursor)
         text = self.text(first, last)
@@ -287,24 +289,27 @@ class Generator:
                 return None
         elif cursor.kind not in EXPRESSIONS and not (self.in_macro(first) and text.startswith("ZEM_")):
             return None
-        if first not in self.at:
+        if first not in self.at or ".reserve(" in text:
             return None
         return first, last if text.endswith(";") else self.source.index(b";", last) + 1
 
-    # Whether the order of two statements can matter: not when they share no variable and one of them
-    # calls nothing, nor when the same function does the same to different objects.
+    # Whether the order of two statements can matter: not when neither changes what the other uses and
+    # one of them calls nothing, nor when the same function does the same to different objects.
     @staticmethod
     def ordered(*texts):
-        names, functions, acts = [], [], []
+        names, changed, functions, acts = [], [], [], []
         for text in texts:
             text = re.sub(r'"(?:[^"\\]|\\.)*"', '""', text)
             text = re.sub(r"std::move\(|static_cast<[^>]*>\(|\w+(\.|->)(has|get|is)\w*\(\)", "(", text)
             functions.append(re.match(r"(\w+)\(([^,()]*)", text))
             acts.append(re.search(r"\w\(", text))
             names.append({m[1] or m[2] for m in VARIABLE.finditer(text)})
+            target = re.match(rf"{CHAIN} = ", text)
+            changed.append({target[1]} if target and not acts[-1] else names[-1])
         if texts[0] == texts[1]:
             return False
         if all(functions) and functions[0][1] == functions[1][1] != "ZEM_LOG":
             return functions[0][2] == functions[1][2]
+        pairs = itertools.chain(itertools.product(changed[0], names[1]), itertools.product(names[0], changed[1]))
         return all(acts) or any(re.match(rf"{re.escape(a)}\b", b) or re.match(rf"{re.escape(b)}\b", a)
-                                for a in names[0] for b in names[1])
+                                for a, b in pairs)

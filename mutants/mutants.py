@@ -283,7 +283,7 @@ def shown(mutant, source):
     after = source.count(b"\n", mutant.end)
     sides = [text.decode().splitlines() for text in (source, changed)]
     lines = [f"    {sign}{line}" for sign, side in zip("-+", sides)
-             for line in side[first : len(side) - after + (0 if source.endswith(b"\n") else 1)]]
+             for line in side[first : len(side) - after + 1]]
     return "\n".join([f"src/{mutant.file}:{mutant.line}: {mutant.change}", *lines])
 
 

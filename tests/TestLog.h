@@ -3,6 +3,8 @@
 // Any thread.
 #pragma once
 
+#include <android/log.h>
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -14,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "AdbWriter.h"
 #include "LogWrapper.h"
 
 namespace zem {
@@ -109,5 +112,11 @@ class RecordedLog {
     // Shared: a thread may still be writing through the writer after it has been replaced.
     const std::shared_ptr<Record> record = std::make_shared<Record>();
 };
+
+// For death tests, which look at the error output: "ZEM E (date) (time) (process) (thread) text".
+inline void logToErrorOutput() {
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
+}
 
 }  // namespace zem

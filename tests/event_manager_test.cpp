@@ -1,6 +1,5 @@
 // The loop is stepped by hand; it runs on a thread of its own only where a test is about that.
 
-#include <android/log.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +13,6 @@
 #include <thread>
 #include <utility>
 
-#include "AdbWriter.h"
 #include "CapturedStream.h"
 #include "EventFd.h"
 #include "TestLog.h"
@@ -213,8 +211,7 @@ TEST(EventManagerDeathTest, LoopThatGoesAtExitStillHasItsWriter) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";  // nothing has been logged before
     const auto live = [] {
         static const EventManager loop;
-        __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-        LogWrapper::getInstance().setLogWriter(std::make_unique<AdbWriter>());
+        logToErrorOutput();
         exit(0);
     };
     EXPECT_EXIT(live(), testing::ExitedWithCode(0), "EventManager::removeEventHandler");

@@ -251,6 +251,11 @@ DEFINE(int, eventfd, (unsigned value, int flags)) {
 
 DEFINE(int, epoll_wait, (int loop, epoll_event* events, int size, int timeout)) {
     if (FAULT(epoll_wait, "")) return -1;
+    {
+        const auto lock = zem::locked();
+        const bool wakes = zem::calls().failed.find("add wake") == std::string::npos;
+        if (zem::counting && wakes) EXPECT_EQ(timeout, -1) << "the loop turns for nothing";
+    }
     thread_local const zem::Waiter waiter;
     waiter.waitsOn(loop);
     const int count = ORIGINAL(epoll_wait)(loop, events, size, timeout);

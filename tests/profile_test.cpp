@@ -157,6 +157,18 @@ TEST(MatchTest, NamesAreComparedWholeAndRoamTypesByWhatTheProfileHas) {
     }
 }
 
+TEST(MatchTest, ApnTypesAreASubsetOrTheSame) {
+    const auto holding = [](unsigned types) {
+        return Modem3gppProfile(with<ProfileParams>(apnTypes(types)));
+    };
+    const auto both = holding(APN_TYPE_DEFAULT | APN_TYPE_MMS);
+    EXPECT_TRUE(both.matchSubsetApnTypesMask(APN_TYPE_MMS));
+    EXPECT_FALSE(both.matchExactApnTypesMask(APN_TYPE_MMS));
+    EXPECT_TRUE(both.matchExactApnTypesMask(APN_TYPE_DEFAULT | APN_TYPE_MMS));
+    EXPECT_FALSE(both.matchSubsetApnTypesMask(APN_TYPE_MMS | APN_TYPE_IMS));
+    EXPECT_TRUE(profile()->matchExactApnTypesMask(0));  // without a mask none is held
+}
+
 TEST(DiffTest, CaseOfUserNamesAndPasswordsIsAChange) {
     const auto changes = [](const auto&... set) {
         const auto difference =
@@ -185,10 +197,15 @@ TEST(ReferenceCountTest, GoesBelowZeroButNotPastItsRange) {
     counted->decRefCount();
     EXPECT_EQ(counted->getRefCount(), -1);
 
-    refCountOf(*counted) = INT_MAX;
-    EXPECT_DEATH(counted->incRefCount(), "");
-    refCountOf(*counted) = INT_MIN;
-    EXPECT_DEATH(counted->decRefCount(), "");
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto pass = [&](int end, int change) {
+        logToErrorOutput();
+        refCountOf(*counted) = end;
+        change > 0 ? counted->incRefCount() : counted->decRefCount();
+    };
+    constexpr char kLine[] = "ZEM E .* ModemProfile: reference count overflow";
+    EXPECT_DEATH(pass(INT_MAX, 1), kLine);
+    EXPECT_DEATH(pass(INT_MIN, -1), kLine);
 }
 
 class ListenerTest : public ::testing::Test {

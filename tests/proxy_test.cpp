@@ -51,6 +51,7 @@ int zap_client_notifier_init(zap_service_object service, zap_os_params* params,
                              zap_client_handle* notifier) {
     expectCleared(params, sizeof *params);
     memset(params, 0xAA, sizeof *params);
+    EXPECT_EQ(softmodem::SoftModem::instance().counters().openNotifiers, 0u);
     return NEXT(zap_client_notifier_init)(service, params, notifier);
 }
 
@@ -240,7 +241,11 @@ TEST_F(ProxyTest, ListOf256Aborts) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     open();
     modem.addFault({FaultKind::kListCount, 0x002A, 1, 0, 256});
-    EXPECT_DEATH(proxy->getAllProfiles(), "");
+    const auto list = [this] {
+        logToErrorOutput();
+        proxy->getAllProfiles();
+    };
+    EXPECT_DEATH(list(), "ZEM E .* ZapWdsProxy: the modem lists more profiles than a list holds");
     proxy.reset();
 }
 
