@@ -254,7 +254,9 @@ DEFINE(int, epoll_wait, (int loop, epoll_event* events, int size, int timeout)) 
     {
         const auto lock = zem::locked();
         const bool wakes = zem::calls().failed.find("add wake") == std::string::npos;
-        if (zem::counting && wakes) EXPECT_EQ(timeout, -1) << "the loop turns for nothing";
+        if (zem::counting && wakes) {
+            EXPECT_EQ(timeout, -1) << "the loop turns for nothing";
+        }
     }
     thread_local const zem::Waiter waiter;
     waiter.waitsOn(loop);
