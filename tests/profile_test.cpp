@@ -109,6 +109,18 @@ TEST(ReadProfileTest, TextsMayFillTheirFieldsOrBeEmpty) {
     expectRead<Modem3gpp2Profile>({{2514, 2515, {}}}, "ApnName=,");
 }
 
+TEST(ReadProfileTest, LogsUnknownTypesInTheirOrder) {
+    const RecordedLog log;
+    std::vector<Line> expected;
+    for (const char* const type : {"21", "22", "23", "24"})
+        expected.push_back({LOG_DEBUG, std::string("Unknown pdp_type_enum ") + type});
+    const Modem3gppProfile read(9, response({{60, 64, u32(21)},
+                                             {1112, 1116, u32(22)},
+                                             {1050, 1052, u32(23)},
+                                             {1056, 1060, u32(24)}}));
+    EXPECT_EQ(log.lines(), expected);
+}
+
 TEST(ReadProfileTest, IsPersistentWhenTheModemSaysSo) {
     EXPECT_TRUE(Modem3gppProfile(1, response({{2184, 2185, u8(2)}})).getIsPersistent());
     EXPECT_FALSE(Modem3gppProfile(1, response({{2184, 2185, u8(0)}})).getIsPersistent());
@@ -203,7 +215,7 @@ TEST(ReferenceCountTest, GoesBelowZeroButNotPastItsRange) {
         refCountOf(*counted) = end;
         change > 0 ? counted->incRefCount() : counted->decRefCount();
     };
-    constexpr char kLine[] = "ZEM E .* ModemProfile: reference count overflow";
+    constexpr char kLine[] = "ZEM E [^\n]* ModemProfile: reference count overflow";
     EXPECT_DEATH(pass(INT_MAX, 1), kLine);
     EXPECT_DEATH(pass(INT_MIN, -1), kLine);
 }
