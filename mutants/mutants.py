@@ -297,8 +297,10 @@ def summary(name, outcomes):
     count = collections.Counter(outcomes)
     tried = sum(count.values()) - count["does not compile"] - count["same code"]
     killed = count["killed"] + count["timed out"]
+    others = tried - count["equivalent"]
     return (f"{name}: killed {killed} of {tried} ({100 * killed / max(tried, 1):.1f} %), "
-            f"{count['timed out']} by time-out; {count['equivalent']} of the others listed as equivalent")
+            f"{count['timed out']} by time-out; {100 * killed / max(others, 1):.1f} % of the {others} "
+            "that are not listed as equivalent")
 
 
 def run_all(tests, mutants, wanted, is_listed):
