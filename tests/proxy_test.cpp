@@ -93,7 +93,9 @@ int zap_client_message_decode(zap_client_handle client, zap_message_kind kind, u
 }
 
 int zap_client_release(zap_client_handle client) {
-    if (client == library.notifier) EXPECT_NE(library.notifierParams->bytes[0], 0);  // still in use
+    if (client == library.notifier) {
+        EXPECT_NE(library.notifierParams->bytes[0], 0);  // still in use
+    }
     return NEXT(zap_client_release)(real(client));
 }
 
