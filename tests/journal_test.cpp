@@ -171,7 +171,7 @@ void start() {
     STEP(manager().dump());
 }
 
-// What stands in the way of a client.
+// Set-up failures, restarts and errors.
 void service() {
     const auto restart = [] { modem().restart(); };
     STEP(init(2));
