@@ -1,6 +1,5 @@
 // The engine: its hand-off, its dispatch, its beginning and its end.
 
-#include <dirent.h>
 #include <fcntl.h>
 
 #include <filesystem>
@@ -8,20 +7,13 @@
 #include <thread>
 
 #include "CallbackRequest.h"
+#include "Census.h"
 #include "TestPhone.h"
 
 namespace zem {
 namespace {
 
 constexpr TechType k3gpp = TechType::TECH_3GPP;
-
-size_t entriesOf(const char* folder) {
-    size_t entries = 0;
-    DIR* const dir = opendir(folder);
-    while (readdir(dir)) ++entries;
-    closedir(dir);
-    return entries;
-}
 
 // A key that the cache did not make.
 class ForeignKey : public IProfileKey {
@@ -213,12 +205,10 @@ TEST_F(EngineTest, RequestThatOwnsTheLastKeyMayBeHandedOver) {
 TEST_F(EngineTest, ThousandEnginesBuiltAndAtOnceDestroyedLeaveNothing) {
     start();
     engine.reset();
-    const size_t descriptors = entriesOf("/proc/self/fd");
-    const size_t threads = entriesOf("/proc/self/task");
+    const Census before = Census::take();
     for (int i = 0; i < 1000; ++i) ClientRequestManager(0);
     ASSERT_TRUE(modem.waitUntilIdle());
-    EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(Census::settled(before), before);
     for (int fd = 0; fd < 1000; ++fd) EXPECT_FALSE(EventManager::isApprovedFd(fd)) << fd;
 }
 
